@@ -1,0 +1,14 @@
+# One interface target carries the project's warnings and defines; every
+# target of the project links it.
+add_library(nm_options INTERFACE)
+target_compile_options(nm_options INTERFACE
+  -Wall -Wextra -Wno-unused-parameter
+  $<$<COMPILE_LANGUAGE:CXX>:-Wnon-virtual-dtor>)
+target_compile_definitions(nm_options INTERFACE
+  _FILE_OFFSET_BITS=64
+  QT_NO_CAST_FROM_BYTEARRAY QT_NO_URL_CAST_FROM_STRING QT_DEPRECATED_WARNINGS)
+
+if(NM_SANITIZE)
+  add_compile_options(-fsanitize=address,undefined -fno-omit-frame-pointer -fno-sanitize-recover=undefined)
+  add_link_options(-fsanitize=address,undefined)
+endif()
