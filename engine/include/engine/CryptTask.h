@@ -1,0 +1,53 @@
+// One envelope to decrypt: where it is read from, where its plaintext goes,
+// the passphrase that opens it and what happened to the names on disk.
+// Also a value type, so that a snapshot can travel in a queued signal.
+#pragma once
+
+#include <QMetaType>
+
+#include <engine/Task.h>
+
+class CryptTask : public Task
+{
+    Q_OBJECT
+public:
+    // sourcePath and addedPath both take path; registers the meta-type.
+    CryptTask(const QString &path, QObject *parent);
+    CryptTask();
+    // Copies every field; the copy has no parent.
+    CryptTask(const CryptTask &other);
+    ~CryptTask() override;
+
+    // "Finished -> <output>" when finished, otherwise the base text.
+    QString statusText() override;
+    // True for a CryptTask with exactly the same sourcePath.
+    bool isSame(const Task *other) const override;
+
+    QString passphrase() const { return m_passphrase; }
+    QString sourcePath() const { return m_sourcePath; }
+    QString addedPath() const { return m_addedPath; }
+    QString outputPath() const { return m_outputPath; }
+    bool isOutputSuffixed() const { return m_outputSuffixed; }
+    bool isPlainInput() const { return m_plainInput; }
+    bool isSourceDeleted() const { return m_sourceDeleted; }
+
+    void setErrorMessage(const QString &message);
+    void setWorkerIndex(int index);
+    void setPassphrase(const QString &passphrase);
+    void setSourcePath(const QString &path);
+    void setOutputPath(const QString &path);
+    void setOutputSuffixed(bool on);
+    void setPlainInput(bool on);
+    void setSourceDeleted(bool on);
+
+private:
+    QString m_passphrase;
+    QString m_sourcePath;
+    QString m_addedPath;
+    QString m_outputPath;
+    bool m_outputSuffixed = false;
+    bool m_plainInput = false;
+    bool m_sourceDeleted = false;
+};
+
+Q_DECLARE_METATYPE(CryptTask)

@@ -1,0 +1,78 @@
+// Decrypts one CryptTask at a time on a thread of its own and tells the
+// manager how it ended. Workers live in a fixed pool and are reused; a worker
+// never chooses its next task and is reset by the manager between tasks.
+#pragma once
+
+#include <atomic>
+
+#include <QMutex>
+#include <QString>
+#include <QThread>
+
+#include <nmcrypto/nmcrypto_dec.h>
+
+class CryptTask;
+
+class VextDecryptWorker : public QThread
+{
+    Q_OBJECT
+public:
+    // Failure codes of the worker itself; any other non-zero code is a result
+    // of the decrypter passed through unchanged.
+    enum ResultCode {
+        ResultOk = 0,
+        ResultOutputFailed = -1,
+        ResultNoDecrypter = -2,
+        ResultBadSource = -3,
+        ResultWriteFailed = -5 // also a cancelled run
+    };
+
+    VextDecryptWorker(unsigned index, QObject *parent);
+    ~VextDecryptWorker() override;
+
+    // Borrows task, marks it Decrypting with this worker's index and starts
+    // the thread. A null task sets code -3 ("Invalid file") and starts nothing.
+    void startTask(CryptTask *task);
+    // Asks the run to stop between two pieces; waits at most 50 ms.
+    void cancel();
+    // Makes the worker ready for the next task. The byte counters stay.
+    void reset();
+
+    CryptTask *task() const { return m_task; }
+    unsigned index() const { return m_index; }
+    // Written plaintext over opened envelope bytes, over the worker's life.
+    float fractionDone() const;
+    // The text that becomes a failed task's errorMessage, e.g.
+    // "(Passphrase doesn't match Code: 1)"; empty on success.
+    QString resultText();
+    int resultCode();
+
+signals:
+    void completed(VextDecryptWorker *worker);
+    void failed(VextDecryptWorker *worker); // error or cancel: see the task's status
+    void started(VextDecryptWorker *worker);
+    void progress(VextDecryptWorker *worker); // declared for listeners, never emitted
+
+public slots:
+    void run() override;
+    // Runs on the worker thread right after run(): settles the task's status
+    // and emits completed or failed exactly once.
+    void onFinished();
+
+private:
+    void fail(int code, const QString &text);
+    bool copyPlaintext();
+
+    unsigned m_index;
+    CryptTask *m_task = nullptr;
+    QString m_sourcePath;
+    QString m_outputPath;
+    QString m_passphrase;
+    quint64 m_bytesTotal = 0;
+    quint64 m_bytesDone = 0;
+    int m_resultCode = 0;
+    QString m_errorText;
+    std::atomic<bool> m_cancelRequested{false};
+    nm_crypto_dec_t *m_decrypter = nullptr;
+    QMutex m_mutex;
+};
