@@ -1,0 +1,191 @@
+// Log writer settings, numbered log files, change-over and the queue.
+#include "nmlog_state.h"
+
+#include <nmplatform/nmdir.h>
+#include <nmplatform/nmstatus.h>
+
+#include <errno.h>
+#include <new>
+#include <stdio.h>
+#include <stdlib.h>
+#include <unistd.h>
+
+#define NM_LOG_SOURCE NM_LOG_SOURCE_SELF
+
+unsigned long nm_log_thread_number() { return nm_thread_id(); }
+
+namespace nmlog {
+
+LoggerState::LoggerState()
+{
+    nm_file_init(&current);
+    nm_file_init(&previous);
+    nm_mutex_init(&changeOverLock, 0);
+    nm_mutex_init(&queueLock, 0);
+    queueHead = queueTail = nullptr;
+    setDefaults();
+}
+
+void LoggerState::setDefaults()
+{
+    level = 3;
+    stderrLevel = -1;
+    stderrOnly = 0;
+    mode = NM_LOG_MODE_FILE;
+    maxSize = NM_LOG_DEFAULT_MAX_SIZE;
+    bytesSinceCheck = 0;
+    previousText.clear();
+    hasPrevious = false;
+    repeats = 0;
+    pid = static_cast<int>(getpid());
+    callback = nullptr;
+    queueing = 0;
+}
+
+namespace {
+
+// Highest n of the files "<n><base>" in dir; 0 when there is none.
+int highestNumber(const std::string &dir, const std::string &base)
+{
+    nm_dir_t cursor;
+    if (nm_dir_open(dir.c_str(), &cursor) != 0)
+        return 0;
+    int highest = 0;
+    nm_dir_entry_t *entry = new (std::nothrow) nm_dir_entry_t;
+    while (entry && nm_dir_read(&cursor, entry) == 0) {
+        char *end = nullptr;
+        const long n = strtol(entry->name, &end, 10);
+        if (end != entry->name && n > highest && n < 1000000 && base == end)
+            highest = static_cast<int>(n);
+    }
+    delete entry;
+    nm_dir_close(&cursor);
+    return highest;
+}
+
+uint32_t openNumbered(LoggerState &s, int number, nm_file_t *file)
+{
+    std::string name(s.baseName.size() + 16, '\0');
+    name.resize(static_cast<size_t>(
+        snprintf(&name[0], name.size(), "%d%s", number, s.baseName.c_str())));
+    const std::string path = s.directory + "/" + name;
+    const uint32_t rc = nm_file_open_append(path.c_str(), file);
+    if (rc == 0)
+        s.currentPath = path;
+    return rc;
+}
+
+} // namespace
+
+uint32_t changeOverCheck()
+{
+    LoggerState &s = state();
+    if (s.directory.empty())
+        return EINVAL;
+    uint32_t rc = 0;
+    nm_mutex_acquire(&s.changeOverLock);
+    if (!nm_file_is_open(&s.current)) {
+        // Carry on in the newest file of an earlier run.
+        const int newest = highestNumber(s.directory, s.baseName);
+        rc = openNumbered(s, newest > 0 ? newest : 1, &s.current);
+    } else {
+        nm_file_stat_t st;
+        if (nm_file_stat(&s.current, &st) == 0 && st.size >= s.maxSize) {
+            nm_file_t next;
+            rc = openNumbered(s, highestNumber(s.directory, s.baseName) + 1, &next);
+            if (rc == 0) {
+                if (nm_file_is_open(&s.previous)) {
+                    nm_file_flush(&s.previous);
+                    nm_file_close(&s.previous);
+                }
+                s.previous = s.current; // kept open: other threads may still write to it
+                s.current = next;
+            }
+        }
+    }
+    nm_mutex_release(&s.changeOverLock);
+    return rc;
+}
+
+uint32_t enqueue(uint32_t level, const char *format, va_list args)
+{
+    LoggerState &s = state();
+    char text[4097];
+    va_list copy;
+    va_copy(copy, args);
+    const int n = vsnprintf(text, sizeof text, format, copy);
+    va_end(copy);
+    if (n < 0)
+        return NM_E_LOG_FAILED;
+    QueueEntry *e = new (std::nothrow) QueueEntry;
+    if (!e)
+        return 8; // out of memory: the message is dropped
+    e->level = level;
+    e->text = text;
+    nm_mutex_acquire(&s.queueLock);
+    (s.queueTail ? s.queueTail->next : s.queueHead) = e;
+    s.queueTail = e;
+    nm_mutex_release(&s.queueLock);
+    return 0;
+}
+
+std::vector<QueueEntry> takeQueue()
+{
+    LoggerState &s = state();
+    nm_mutex_acquire(&s.queueLock);
+    QueueEntry *e = s.queueHead;
+    s.queueHead = s.queueTail = nullptr;
+    nm_mutex_release(&s.queueLock);
+    std::vector<QueueEntry> entries;
+    while (e) {
+        QueueEntry *next = e->next;
+        entries.push_back({e->level, std::move(e->text)});
+        delete e;
+        e = next;
+    }
+    return entries;
+}
+
+} // namespace nmlog
+
+using nmlog::state;
+
+extern "C" void nm_log_set_level(int32_t level) { state().level = level; }
+extern "C" int32_t nm_log_level(void) { return state().level; }
+extern "C" void nm_log_set_stderr_level(int32_t level) { state().stderrLevel = level; }
+extern "C" void nm_log_set_stderr_only(int on) { state().stderrOnly = on ? 1 : 0; }
+extern "C" void nm_log_set_callback(nm_log_callback_fn fn) { state().callback = fn; }
+extern "C" void nm_log_set_max_size(uint64_t bytes) { state().maxSize = bytes; }
+extern "C" void nm_log_set_queueing(int on) { state().queueing = on ? 1 : 0; }
+extern "C" const char *nm_log_file_path(void) { return state().currentPath.c_str(); }
+
+extern "C" uint32_t nm_log_set_mode(int32_t mode)
+{
+    state().mode = mode;
+    return mode >= NM_LOG_MODE_QUEUE && mode <= NM_LOG_MODE_CALLBACK ? 0 : EINVAL;
+}
+
+extern "C" uint32_t nm_log_open(const char *directory, const char *base_name)
+{
+    nmlog::LoggerState &s = state();
+    if (!directory || !base_name || !*base_name)
+        return EINVAL;
+    nm_file_close(&s.current);
+    nm_file_close(&s.previous);
+    s.directory = directory;
+    s.baseName = base_name;
+    s.bytesSinceCheck = 0;
+    return nmlog::changeOverCheck();
+}
+
+extern "C" void nm_log_reset(void)
+{
+    nmlog::LoggerState &s = state();
+    nmlog::takeQueue();
+    nm_file_close(&s.current);
+    nm_file_close(&s.previous);
+    s.directory.clear();
+    s.baseName.clear();
+    s.currentPath.clear();
+    s.setDefaults();
+}
