@@ -1,0 +1,220 @@
+#include <nmplatform/nmfile.h>
+#include <nmplatform/nmlog.h>
+
+#include <QtTest>
+
+#include <errno.h>
+
+namespace {
+
+// A read that fails with g_errno for the first g_failures calls.
+int g_calls = 0;
+int g_failures = 0;
+int g_errno = 0;
+long failingRead(intptr_t, void *buffer, size_t size)
+{
+    if (g_calls++ < g_failures) {
+        errno = g_errno;
+        return -1;
+    }
+    memset(buffer, 'x', size < 5 ? size : 5);
+    return size < 5 ? long(size) : 5;
+}
+
+QStringList g_logged;
+void captureLog(uint32_t, const char *, int, const char *format, va_list args)
+{
+    char text[512];
+    vsnprintf(text, sizeof text, format, args);
+    g_logged << QString::fromUtf8(text);
+}
+
+QByteArray readAll(const QString &path)
+{
+    QFile f(path);
+    return f.open(QIODevice::ReadOnly) ? f.readAll() : QByteArray("<missing>");
+}
+
+} // namespace
+
+class TestNmFile : public QObject
+{
+    Q_OBJECT
+private slots:
+    void init();
+    void cleanup();
+    void openRefusals_data();
+    void openRefusals();
+    void readRetry_data();
+    void readRetry();
+    void readAtEnd();
+    void appendTruncateAndStat();
+    void linkAndDelete();
+    void closedObject();
+
+private:
+    QTemporaryDir m_dir;
+    QByteArray path(const char *name) const { return m_dir.filePath(name).toUtf8(); }
+};
+
+void TestNmFile::init()
+{
+    g_logged.clear();
+    nm_log_set_mode(NM_LOG_MODE_CALLBACK);
+    nm_log_set_callback(captureLog);
+    nm_log_set_level(5);
+}
+
+void TestNmFile::cleanup()
+{
+    nm_file_set_read_fn(nullptr);
+    nm_log_reset();
+}
+
+void TestNmFile::openRefusals_data()
+{
+    QTest::addColumn<QByteArray>("name");
+    QTest::addColumn<uint>("flags");
+    QTest::addColumn<uint>("result");
+    QTest::newRow("no access bits") << QByteArray("new") << 256u << 22u;
+    QTest::newRow("line feed") << QByteArray("a\nb") << 258u << 22u;
+    QTest::newRow("missing without open-always") << QByteArray("missing") << 17u << uint(ENOENT);
+    QTest::newRow("directory") << QByteArray(".") << 17u << uint(EISDIR);
+}
+
+void TestNmFile::openRefusals()
+{
+    QFETCH(QByteArray, name);
+    QFETCH(uint, flags);
+    QFETCH(uint, result);
+    nm_file_t f;
+    nm_file_init(&f);
+    const QByteArray p = name == "." ? m_dir.path().toUtf8() : path(name.constData());
+    QCOMPARE(nm_file_open(p.constData(), &f, flags), result);
+    QVERIFY(!nm_file_is_open(&f));
+    QVERIFY(name == "." || !QFile::exists(QString::fromUtf8(p))); // nothing created
+}
+
+void TestNmFile::readRetry_data()
+{
+    QTest::addColumn<int>("err");
+    QTest::addColumn<int>("failures");
+    QTest::addColumn<uint>("result");
+    QTest::addColumn<int>("calls");
+    QTest::addColumn<QStringList>("log");
+    const QString retry = "nm_fileread: resource error %1, retrying after %2 ms";
+    QTest::newRow("ENOMEM twice") << ENOMEM << 2 << 0u << 3
+                                  << QStringList{retry.arg(ENOMEM).arg(0), retry.arg(ENOMEM).arg(0)};
+    QStringList ten;
+    for (int i = 0; i < 10; ++i)
+        ten << retry.arg(EAGAIN).arg(i < 5 ? 0 : 10);
+    QTest::newRow("EAGAIN ten times") << EAGAIN << 10 << 0u << 11 << ten;
+    QTest::newRow("ENOBUFS eleven times") << ENOBUFS << 11 << uint(ENOBUFS) << 11
+                                          << (QStringList(ten).replaceInStrings(QString::number(EAGAIN), QString::number(ENOBUFS))
+                                              << QString("nm_fileread: ReadFile failed. error=%1").arg(ENOBUFS));
+    QTest::newRow("EINTR at once, silently") << EINTR << 20 << 0u << 21 << QStringList();
+    QTest::newRow("EIO not retried") << EIO << 1 << uint(EIO) << 1
+                                     << QStringList{QString("nm_fileread: ReadFile failed. error=%1").arg(EIO)};
+    QTest::newRow("EPIPE is the end") << EPIPE << 1 << 0u << 1 << QStringList();
+}
+
+void TestNmFile::readRetry()
+{
+    QFETCH(int, err);
+    QFETCH(int, failures);
+    QFETCH(uint, result);
+    QFETCH(int, calls);
+    QFETCH(QStringList, log);
+    g_calls = 0;
+    g_failures = failures;
+    g_errno = err;
+    nm_file_set_read_fn(failingRead);
+    nm_file_t f;
+    f.handle = 1234; // never reaches the system
+    char buf[16];
+    size_t count = 99;
+    QCOMPARE(nm_file_read(&f, buf, sizeof buf, &count), result);
+    QCOMPARE(g_calls, calls);
+    QCOMPARE(count, size_t(result == 0 && calls > failures ? 5 : 0));
+    QCOMPARE(g_logged, log);
+}
+
+void TestNmFile::readAtEnd()
+{
+    QFile file(m_dir.filePath("three"));
+    QVERIFY(file.open(QIODevice::WriteOnly));
+    file.write("abc");
+    file.close();
+    nm_file_t f;
+    QCOMPARE(nm_file_open_read(path("three").constData(), &f), 0u);
+    char buf[8];
+    size_t count = 0;
+    QCOMPARE(nm_file_read(&f, buf, sizeof buf, &count), 0u);
+    QCOMPARE(count, size_t(3));
+    QCOMPARE(nm_file_read(&f, buf, sizeof buf, &count), 0u);
+    QCOMPARE(count, size_t(0));
+    QCOMPARE(nm_file_seek(&f, -2, 2), 0u);
+    QCOMPARE(nm_file_read(&f, buf, sizeof buf, &count), 0u);
+    QCOMPARE(QByteArray(buf, int(count)), QByteArray("bc"));
+    QCOMPARE(nm_file_seek(&f, -10, 0), uint(EINVAL));
+    QCOMPARE(g_logged.value(0), QString("nm_file_seek: SetFilePointerEx failed, error=%1").arg(EINVAL));
+    QCOMPARE(nm_file_close(&f), 0u);
+}
+
+void TestNmFile::appendTruncateAndStat()
+{
+    nm_file_t f;
+    size_t n = 0;
+    for (const char *text : {"one ", "two"}) {
+        QCOMPARE(nm_file_open_append(path("log").constData(), &f), 0u);
+        QCOMPARE(nm_file_write(&f, text, strlen(text), &n), 0u);
+        QCOMPARE(nm_file_close(&f), 0u);
+    }
+    QCOMPARE(readAll(m_dir.filePath("log")), QByteArray("one two"));
+
+    QCOMPARE(nm_file_open(path("log").constData(), &f, NM_FILE_READ | NM_FILE_WRITE), 0u);
+    nm_file_stat_t st;
+    QCOMPARE(nm_file_stat(&f, &st), 0u);
+    QCOMPARE(st.size, uint64_t(7));
+    QCOMPARE(st.type, uint32_t(NM_FILE_TYPE_REGULAR));
+    QCOMPARE(st.nlink, 1u);
+    QCOMPARE(nm_file_stat(&f, nullptr), 22u);
+    QCOMPARE(g_logged.value(0), QString("nm_file_setstat called with null pointer."));
+    QCOMPARE(nm_file_flush(&f), 0u);
+    nm_file_close(&f);
+
+    QCOMPARE(nm_file_open(path("log").constData(), &f, NM_FILE_WRITE | NM_FILE_TRUNCATE), 0u);
+    nm_file_close(&f);
+    QCOMPARE(readAll(m_dir.filePath("log")), QByteArray());
+
+    QCOMPARE(nm_file_open_read("/dev/null", &f), 0u);
+    QCOMPARE(nm_file_stat(&f, &st), 0u);
+    QCOMPARE(st.type, uint32_t(NM_FILE_TYPE_CHARACTER));
+    nm_file_close(&f);
+}
+
+void TestNmFile::linkAndDelete()
+{
+    nm_file_t f;
+    QCOMPARE(nm_file_open(path("a").constData(), &f, NM_FILE_WRITE | NM_FILE_OPEN_ALWAYS), 0u);
+    nm_file_close(&f);
+    QCOMPARE(nm_file_link(path("a").constData(), path("b").constData()), 0u);
+    QCOMPARE(nm_file_link(path("a").constData(), path("b").constData()), uint(EEXIST));
+    QCOMPARE(nm_file_delete(path("a").constData()), 0u);
+    QVERIFY(QFile::exists(m_dir.filePath("b")));
+    QCOMPARE(nm_file_delete(path("a").constData()), uint(ENOENT));
+}
+
+void TestNmFile::closedObject()
+{
+    nm_file_t f;
+    QCOMPARE(nm_file_init(&f), 0u);
+    QCOMPARE(f.handle, NM_FILE_CLOSED);
+    QCOMPARE(nm_file_close(&f), 0u);
+    QCOMPARE(nm_file_flush(&f), 22u);
+    QVERIFY(!nm_file_is_open(nullptr));
+    QCOMPARE(nm_file_init(nullptr), 22u);
+}
+
+QTEST_APPLESS_MAIN(TestNmFile)
+#include "test_nmfile.moc"
