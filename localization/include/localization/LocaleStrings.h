@@ -21,7 +21,7 @@ public:
                    const std::string &directory, const std::string &fileName);
 
     // The translation of key (or key itself), used as a printf format for the
-    // arguments; cut to 999 bytes. Every text goes through formatting, so a
+    // arguments; cut to 998 characters. Every text goes through formatting, so a
     // literal percent sign is written "%%".
     std::string format(const char *key, ...) const
 #if defined(__GNUC__)
