@@ -51,3 +51,5 @@ private:
 };
 
 Q_DECLARE_METATYPE(CryptTask)
+// The task pointer of DecryptManager::statsChanged crosses threads queued.
+Q_DECLARE_METATYPE(const CryptTask *)

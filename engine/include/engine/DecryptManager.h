@@ -96,7 +96,9 @@ protected:
 private:
     bool guard();
     bool dispatchOne();
-    VextDecryptWorker *returnWorker(VextDecryptWorker *worker, CryptTask **task);
+    CryptTask *returnWorker(VextDecryptWorker *worker,
+                            const std::function<void(CryptTask *)> &fileTask);
+    void announceIfIdle();
     void completeOutput(CryptTask *task);
     void renamePlainInput(CryptTask *task);
     void deleteAfterSuccess(CryptTask *task);

@@ -1,0 +1,253 @@
+#include <engine/DecryptManager.h>
+
+#include "EngineText.h"
+
+namespace {
+DecryptManager *s_instance = nullptr;
+} // namespace
+
+DecryptManager *DecryptManager::instance()
+{
+    if (!s_instance)
+        s_instance = new DecryptManager();
+    return s_instance;
+}
+
+void DecryptManager::release()
+{
+    delete s_instance;
+    s_instance = nullptr;
+}
+
+DecryptManager::DecryptManager(QObject *parent) : QThread(parent)
+{
+    qRegisterMetaType<CryptTask>("CryptTask");
+    qRegisterMetaType<const CryptTask *>("const CryptTask*");
+    qRegisterMetaType<VextDecryptWorker *>("VextDecryptWorker*");
+    for (int i = 0; i < m_maxWorkers; ++i) {
+        auto *worker = new VextDecryptWorker(static_cast<unsigned>(i), this);
+        m_idleWorkers.append(worker);
+        connect(worker, &VextDecryptWorker::started, this, &DecryptManager::onStart,
+                Qt::QueuedConnection);
+        connect(worker, &VextDecryptWorker::failed, this, &DecryptManager::onFailed,
+                Qt::QueuedConnection);
+        connect(worker, &VextDecryptWorker::completed, this, &DecryptManager::onCompleted,
+                Qt::QueuedConnection);
+        connect(worker, &VextDecryptWorker::progress, this, &DecryptManager::onProgress,
+                Qt::QueuedConnection);
+    }
+    connect(this, &QThread::finished, this, &DecryptManager::onFinished);
+    connect(&m_timer, &QTimer::timeout, this, &DecryptManager::onProgressTimer);
+    m_timer.setSingleShot(false);
+    m_timer.setInterval(1000);
+    m_timer.start();
+}
+
+DecryptManager::~DecryptManager()
+{
+    m_timer.stop();
+    if (isBusy())
+        stop();
+    wait();
+    // Their reports can no longer be delivered: wait for every run to end
+    // before the tasks they borrow go away.
+    QList<CryptTask *> orphans;
+    for (VextDecryptWorker *worker : qAsConst(m_busyWorkers)) {
+        worker->wait();
+        if (worker->task())
+            orphans.append(worker->task());
+    }
+    qDeleteAll(orphans);
+    qDeleteAll(m_finished);
+    qDeleteAll(m_failed);
+    qDeleteAll(m_cancelled);
+}
+
+void DecryptManager::setDeleteEncryptedProvider(std::function<bool()> provider)
+{
+    m_deleteEncrypted = std::move(provider);
+}
+
+bool DecryptManager::isBusy()
+{
+    return isRunning() || runningCount() > 0;
+}
+
+void DecryptManager::start(const QString &passphrase)
+{
+    if (isBusy()) {
+        reportError(NM_TEXT("Decryption already in progress."));
+        return;
+    }
+    int count = 0;
+    {
+        QWriteLocker locker(&m_lock);
+        if (m_pending.isEmpty())
+            return;
+        m_stopRequested = false;
+        m_passphrase = passphrase;
+        count = m_pending.size();
+    }
+    emit started(count);
+    QThread::start(QThread::LowPriority);
+}
+
+void DecryptManager::stop()
+{
+    QList<VextDecryptWorker *> busy;
+    {
+        // Under the lock, so that no worker can join the busy list unseen.
+        QWriteLocker locker(&m_lock);
+        m_stopRequested = true;
+        busy = m_busyWorkers;
+    }
+    for (VextDecryptWorker *worker : qAsConst(busy))
+        worker->cancel();
+    wait(5);
+}
+
+// The dispatcher. It never sleeps or waits, so a returning worker gets its
+// next path at once; while every allowed worker is busy it only gives the
+// processor up, which keeps a core free for the workers.
+void DecryptManager::run()
+{
+    for (;;) {
+        bool mayDispatch = false;
+        {
+            QReadLocker locker(&m_lock);
+            if (m_stopRequested || m_pending.isEmpty())
+                return;
+            mayDispatch = m_busyWorkers.size() < m_threadsInUse && !m_idleWorkers.isEmpty();
+        }
+        if (!mayDispatch || !dispatchOne())
+            QThread::yieldCurrentThread();
+    }
+}
+
+// Hands the first pending path to the first idle worker. The worker, the path
+// and the passphrase are taken in one write-locked step together with the
+// stop flag, so stop() cancels every worker that will run.
+bool DecryptManager::dispatchOne()
+{
+    VextDecryptWorker *worker = nullptr;
+    QString path;
+    QString passphrase;
+    {
+        QWriteLocker locker(&m_lock);
+        if (m_stopRequested || m_pending.isEmpty() || m_idleWorkers.isEmpty()
+            || m_busyWorkers.size() >= m_threadsInUse)
+            return false;
+        worker = m_idleWorkers.takeFirst();
+        path = m_pending.takeFirst();
+        passphrase = m_passphrase;
+        m_busyWorkers.append(worker);
+    }
+    CryptTask *task = createTask(path, passphrase);
+    if (!task) {
+        // Allocation is the only cause; the worker leaves the pool for good.
+        {
+            QWriteLocker locker(&m_lock);
+            m_busyWorkers.removeOne(worker);
+        }
+        reportError(NM_TEXT("Task could not be created for %s", path.toUtf8().constData()));
+        return true;
+    }
+    worker->startTask(task);
+    return true;
+}
+
+// Takes worker's task out of it, hands the worker back to the front of the
+// idle list (so the lowest-numbered workers do most of the work) and files the
+// task with fileTask, all in one locked step. Null when the report is stale.
+CryptTask *DecryptManager::returnWorker(VextDecryptWorker *worker,
+                                        const std::function<void(CryptTask *)> &fileTask)
+{
+    QWriteLocker locker(&m_lock);
+    if (!m_busyWorkers.contains(worker))
+        return nullptr;
+    CryptTask *task = worker->task();
+    if (task)
+        fileTask(task);
+    m_busyWorkers.removeOne(worker);
+    worker->reset();
+    m_idleWorkers.prepend(worker);
+    return task;
+}
+
+void DecryptManager::announceIfIdle()
+{
+    bool idle = false;
+    {
+        QReadLocker locker(&m_lock);
+        idle = m_busyWorkers.isEmpty();
+    }
+    if (idle && !isBusy())
+        emit allFinished();
+}
+
+void DecryptManager::onCompleted(VextDecryptWorker *worker)
+{
+    CryptTask *task = returnWorker(worker, [this](CryptTask *t) { m_finished.append(t); });
+    if (!task)
+        return;
+    announceIfIdle();
+    completeOutput(task);
+    emit statsChanged(task);
+}
+
+void DecryptManager::onFailed(VextDecryptWorker *worker)
+{
+    CryptTask *task = returnWorker(worker, [this](CryptTask *t) {
+        if (t->status() == Task::Error) {
+            m_failed.append(t);
+        } else {
+            // Cancelled: the file runs first next time.
+            m_pending.prepend(t->sourcePath());
+            m_cancelled.append(t);
+        }
+    });
+    if (!task)
+        return;
+    announceIfIdle();
+    emit statsChanged(task);
+}
+
+void DecryptManager::onStart(VextDecryptWorker *worker)
+{
+    if (CryptTask *task = worker->task())
+        emit statsChanged(task);
+}
+
+void DecryptManager::onProgress(VextDecryptWorker *worker)
+{
+    onStart(worker);
+}
+
+void DecryptManager::onFinished()
+{
+    emit statsChanged();
+    bool idle = false;
+    {
+        QReadLocker locker(&m_lock);
+        idle = m_busyWorkers.isEmpty();
+    }
+    if (idle)
+        emit allFinished();
+}
+
+// The only way a running task's progress reaches the window. Emitting under
+// the read lock is safe because every connection to the window is queued.
+void DecryptManager::onProgressTimer()
+{
+    QReadLocker locker(&m_lock);
+    for (VextDecryptWorker *worker : qAsConst(m_busyWorkers)) {
+        if (CryptTask *task = worker->task())
+            emit statsChanged(task);
+    }
+}
+
+void DecryptManager::onChangeNumThreads(int num)
+{
+    QWriteLocker locker(&m_lock);
+    m_threadsInUse = (num >= 1 && num <= m_maxWorkers) ? num : 1;
+}

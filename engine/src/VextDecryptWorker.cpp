@@ -1,0 +1,213 @@
+#include <engine/VextDecryptWorker.h>
+
+#include <QFile>
+#include <QFileInfo>
+
+#include <engine/CryptTask.h>
+
+#include "EngineText.h"
+
+namespace {
+// Plaintext moves in pieces of this size; cancellation is seen between two.
+constexpr size_t kPieceSize = 1024;
+} // namespace
+
+VextDecryptWorker::VextDecryptWorker(unsigned index, QObject *parent)
+    : QThread(parent), m_index(index)
+{
+    // Direct, so the completion runs on the worker thread right after run()
+    // and before the thread counts as stopped.
+    connect(this, &QThread::finished, this, &VextDecryptWorker::onFinished,
+            Qt::DirectConnection);
+}
+
+VextDecryptWorker::~VextDecryptWorker()
+{
+    m_cancelRequested = true;
+    quit();
+    wait();
+    nm_crypto_dec_free(&m_decrypter);
+}
+
+void VextDecryptWorker::startTask(CryptTask *task)
+{
+    m_task = task;
+    if (!task) {
+        fail(ResultBadSource, NM_TEXT("Invalid file"));
+        return;
+    }
+    task->setWorkerIndex(static_cast<int>(m_index));
+    task->setStatus(Task::Decrypting);
+    m_sourcePath = task->sourcePath();
+    m_outputPath = task->outputPath();
+    m_passphrase = task->passphrase();
+    QThread::start(QThread::LowPriority);
+}
+
+void VextDecryptWorker::cancel()
+{
+    m_cancelRequested = true;
+    quit();
+    wait(50);
+}
+
+void VextDecryptWorker::reset()
+{
+    if (isRunning()) {
+        cancel();
+        // The manager resets a worker once it has reported, so only the
+        // thread's tail is left; a restart before it ends would be ignored.
+        wait();
+    }
+    QMutexLocker locker(&m_mutex);
+    m_cancelRequested = false;
+    m_resultCode = ResultOk;
+    m_passphrase.clear();
+    m_sourcePath.clear();
+    m_outputPath.clear();
+    m_errorText.clear();
+    m_task = nullptr;
+}
+
+float VextDecryptWorker::fractionDone() const
+{
+    if (m_bytesTotal == 0)
+        return 0.0f;
+    return static_cast<float>(m_bytesDone) / static_cast<float>(m_bytesTotal);
+}
+
+int VextDecryptWorker::resultCode()
+{
+    QMutexLocker locker(&m_mutex);
+    return m_resultCode;
+}
+
+QString VextDecryptWorker::resultText()
+{
+    QMutexLocker locker(&m_mutex);
+    if (m_resultCode == ResultOk)
+        return QString();
+    QString message;
+    if (m_resultCode == ResultOutputFailed)
+        message = NM_TEXT("Could not write to destination.");
+    else if (m_resultCode == NM_CRYPTO_CORRUPT)
+        message = NM_TEXT("Input file is corrupted or not encrypted.");
+    else
+        message = engine_text::lookupRuntime(m_errorText);
+    return QLatin1String("(") + message + QLatin1Char(' ') + NM_TEXT("Code:") + QLatin1Char(' ')
+           + QString::number(m_resultCode) + QLatin1String(")");
+}
+
+void VextDecryptWorker::fail(int code, const QString &text)
+{
+    QMutexLocker locker(&m_mutex);
+    m_resultCode = code;
+    m_errorText = text;
+}
+
+void VextDecryptWorker::run()
+{
+    emit started(this);
+    const QFileInfo source(m_sourcePath);
+    if (!source.exists()) {
+        fail(ResultBadSource, NM_TEXT("Source file does not exist."));
+        return;
+    }
+    if (!source.isFile()) {
+        fail(ResultBadSource, NM_TEXT("Source is not a file."));
+        return;
+    }
+    m_bytesTotal += static_cast<quint64>(source.size());
+
+    m_decrypter = nm_crypto_dec_new();
+    if (!m_decrypter) {
+        fail(ResultNoDecrypter, NM_TEXT("Could not initialize decrypter."));
+        return;
+    }
+    uint32_t systemError = 0;
+    const uint32_t opened = nm_crypto_dec_open(m_passphrase.toUtf8().constData(),
+                                               m_sourcePath.toUtf8().constData(), m_decrypter,
+                                               &systemError);
+    if (opened != NM_CRYPTO_OK) {
+        fail(static_cast<int>(opened), QString::fromLatin1(nm_crypto_dec_error_text(m_decrypter)));
+        nm_crypto_dec_free(&m_decrypter);
+        return;
+    }
+    if (copyPlaintext())
+        return;
+    // Cancelled between two pieces: the partial output goes.
+    fail(ResultWriteFailed, NM_TEXT("Cancelled by user"));
+}
+
+// Streams the plaintext into the output. Returns false only when the run was
+// cancelled (the output is then already removed); every other end sets the
+// result itself.
+bool VextDecryptWorker::copyPlaintext()
+{
+    QFile output(m_outputPath);
+    if (!output.open(QIODevice::WriteOnly | QIODevice::Truncate)) {
+        nm_crypto_dec_free(&m_decrypter);
+        fail(ResultOutputFailed, QString()); // nothing written, nothing to remove
+        return true;
+    }
+    alignas(16) char buffer[kPieceSize];
+    for (;;) {
+        uint64_t count = 0;
+        const uint32_t read = nm_crypto_dec_read(m_decrypter, buffer, sizeof buffer, &count);
+        if (read != NM_CRYPTO_OK) {
+            // A decrypter failure mid-stream keeps the partial output.
+            fail(static_cast<int>(read), QString::fromLatin1(nm_crypto_dec_error_text(m_decrypter)));
+            nm_crypto_dec_free(&m_decrypter);
+            output.close();
+            return true;
+        }
+        if (count == 0 && !m_cancelRequested) {
+            nm_crypto_dec_free(&m_decrypter);
+            // Writes are buffered: a failure can surface only when flushing.
+            if (!output.flush()) {
+                fail(ResultWriteFailed, NM_TEXT("Could not write out to device."));
+                output.remove();
+                return true;
+            }
+            output.close();
+            fail(ResultOk, QString());
+            return true;
+        }
+        if (count == 0)
+            break;
+        if (output.write(buffer, static_cast<qint64>(count)) == -1) {
+            fail(ResultWriteFailed, NM_TEXT("Could not write out to device."));
+            nm_crypto_dec_free(&m_decrypter);
+            output.remove();
+            return true;
+        }
+        m_bytesDone += count;
+        m_task->setProgress(fractionDone());
+        if (m_cancelRequested)
+            break;
+    }
+    nm_crypto_dec_free(&m_decrypter);
+    output.remove();
+    return false;
+}
+
+void VextDecryptWorker::onFinished()
+{
+    if (!m_task)
+        return;
+    const int code = resultCode();
+    if (code == ResultOk) {
+        m_task->setStatus(Task::Finished);
+        m_task->setProgress(1.0f);
+        nm_crypto_dec_free(&m_decrypter);
+        emit completed(this);
+    } else if (!m_cancelRequested) {
+        m_task->setStatus(Task::Error);
+        m_task->setErrorMessage(resultText());
+        emit failed(this);
+    } else {
+        m_task->setStatus(Task::Cancelled);
+        m_task->setProgress(fractionDone());
+        emit failed(this);
+    }
+}
