@@ -1,0 +1,44 @@
+/* The decrypt handle and the helpers its units share. */
+#ifndef NMCRYPTO_NMCRYPTO_INTERNAL_H
+#define NMCRYPTO_NMCRYPTO_INTERNAL_H
+
+#include "nmcrypto/nmcrypto_dec.h"
+#include "nmtrailer.h"
+
+#include "nmplatform/nmfile.h"
+
+#include <openssl/evp.h>
+
+#define NM_CRYPTO_WORK_SIZE 65536u
+#define NM_CRYPTO_MESSAGE_SIZE 256u
+#define NM_CRYPTO_PATH_SIZE 8192u
+
+struct nm_crypto_dec {
+  nm_file_t file;
+  nm_file_stat_t status;      /* of the file examined last; size S */
+  uint8_t file_key[16];       /* only between the key check and the cipher setup */
+  EVP_CIPHER_CTX *cipher;     /* AES-128-ECB encrypting with the file key */
+  nm_main_record_t main;
+  int digest;                 /* that matched: 1 MD5, 4 SHA-256 */
+  uint64_t remaining;         /* payload bytes still to read from the file */
+  uint8_t work_iv[16];
+  uint64_t position;          /* plaintext bytes decrypted; a multiple of 128 between reads */
+  uint64_t fill;
+  uint64_t consumed;
+  alignas(64) uint8_t buffer[NM_CRYPTO_WORK_SIZE]; /* payload, or the tail while examining */
+  char message[NM_CRYPTO_MESSAGE_SIZE];
+  void *owned;                /* released at free; nothing sets it yet */
+};
+
+/* Sets the message (cut to 255 characters). With a non-zero sys_error the
+ * number goes to *slot (when given) and the system's text is appended. */
+void nm_crypto_set_message(nm_crypto_dec_t *dec, const char *text, uint32_t sys_error,
+                           uint32_t *slot);
+
+/* Finds and checks the trailer of file (the envelope or its side file).
+ * check_keys 0 skips the key check (recognising only). Fills dec->main and,
+ * on a match, dec->file_key. Returns 0, 1, 2 or 3 with the message set. */
+uint32_t nm_crypto_examine(nm_crypto_dec_t *dec, nm_file_t *file, const char *passphrase,
+                           int check_keys, uint32_t *sys_error);
+
+#endif

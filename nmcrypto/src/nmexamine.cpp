@@ -1,0 +1,149 @@
+#define NM_LOG_SOURCE "nmcrypto/src/nmcrypto_dec"
+
+#include "nmcrypto_internal.h"
+#include "nmkeycheck.h"
+
+#include "nmplatform/nmstring.h"
+
+#include <openssl/crypto.h>
+#include <openssl/evp.h>
+#include <string.h>
+
+namespace {
+
+const char kCorruptText[] = "Input file is corrupt";
+const char kSideSuffix[] = ".nmb-meta";
+
+uint32_t corrupt(nm_crypto_dec_t *dec) {
+  nm_crypto_set_message(dec, kCorruptText, 0, nullptr);
+  return NM_CRYPTO_CORRUPT;
+}
+
+uint32_t ioFailure(nm_crypto_dec_t *dec, const char *text, uint32_t err, uint32_t *slot) {
+  nm_crypto_set_message(dec, text, err, slot);
+  return NM_CRYPTO_IO;
+}
+
+// "%s%s" of path and the side-file suffix; false when it doesn't fit.
+bool sideFileName(const char *path, char (&name)[NM_CRYPTO_PATH_SIZE]) {
+  size_t length = 0;
+  name[0] = '\0';
+  return nm_strlcat(name, path, sizeof name, &length) == 0 &&
+         nm_strlcat(name, kSideSuffix, sizeof name, &length) == 0;
+}
+
+// Reads the file's last bytes (at most 8,192) into the work buffer.
+uint32_t readTail(nm_crypto_dec_t *dec, nm_file_t *file, size_t *size, uint32_t *sys_error) {
+  uint32_t err = nm_file_stat(file, &dec->status);
+  if (err != 0) return ioFailure(dec, "Cannot examine file: ", err, sys_error);
+  const uint64_t total = dec->status.size;
+  if (total < NM_TRAILER_MAIN_LENGTH) return corrupt(dec);
+  const uint64_t start = total > NM_TRAILER_TAIL_MAX ? total - NM_TRAILER_TAIL_MAX : 0;
+  err = nm_file_seek(file, static_cast<int64_t>(start), 0);
+  if (err != 0) return ioFailure(dec, "Cannot seek in file: ", err, sys_error);
+  *size = static_cast<size_t>(total - start);
+  size_t got = 0;
+  err = nm_file_read(file, dec->buffer, *size, &got);
+  if (err != 0) return ioFailure(dec, "Cannot read file: ", err, sys_error);
+  return got < *size ? corrupt(dec) : static_cast<uint32_t>(NM_CRYPTO_OK);
+}
+
+// Makes the handle ready to stream the payload with the checked file key.
+uint32_t startStream(nm_crypto_dec_t *dec, uint32_t *sys_error) {
+  if (!dec->cipher) dec->cipher = EVP_CIPHER_CTX_new();
+  bool ok = dec->cipher &&
+            EVP_EncryptInit_ex(dec->cipher, EVP_aes_128_ecb(), nullptr, dec->file_key,
+                               nullptr) == 1 &&
+            EVP_CIPHER_CTX_set_padding(dec->cipher, 0) == 1;
+  OPENSSL_cleanse(dec->file_key, sizeof dec->file_key);  // the context holds the key now
+  if (!ok) {
+    EVP_CIPHER_CTX_free(dec->cipher);
+    dec->cipher = nullptr;
+    nm_crypto_set_message(dec, "Cannot set up AES-128", 0, nullptr);
+    return NM_CRYPTO_INVALID;
+  }
+  dec->remaining = dec->main.length;
+  memcpy(dec->work_iv, dec->main.iv, sizeof dec->work_iv);
+  dec->position = dec->fill = dec->consumed = 0;
+  dec->owned = nullptr;
+  uint32_t err = nm_file_seek(&dec->file, 0, 0);
+  if (err != 0) return ioFailure(dec, "Cannot seek in file: ", err, sys_error);
+  return NM_CRYPTO_OK;
+}
+
+// The side-file rule: after the envelope's own failure rc, its side file may
+// supply the metadata. Its own failure replaces rc only once it opened.
+uint32_t trySideFile(nm_crypto_dec_t *dec, uint32_t rc, const char *path, const char *passphrase,
+                     uint32_t *sys_error) {
+  char name[NM_CRYPTO_PATH_SIZE];
+  nm_file_t side;
+  nm_file_init(&side);
+  if (!sideFileName(path, name) || nm_file_open_read(name, &side) != 0) return rc;
+  rc = nm_crypto_examine(dec, &side, passphrase, 1, sys_error);
+  nm_file_close(&side);
+  return rc;
+}
+
+}  // namespace
+
+uint32_t nm_crypto_examine(nm_crypto_dec_t *dec, nm_file_t *file, const char *passphrase,
+                           int check_keys, uint32_t *sys_error) {
+  size_t size = 0;
+  uint32_t rc = readTail(dec, file, &size, sys_error);
+  if (rc != NM_CRYPTO_OK) return rc;
+  nm_trailer_t trailer;
+  if (nm_trailer_walk(dec->buffer, size, &trailer) != 0) return corrupt(dec);
+  dec->main = trailer.main;
+  if (!check_keys) return NM_CRYPTO_OK;
+  if (nm_keycheck_find(dec->buffer, size, &trailer, passphrase, dec->file_key, &dec->digest) ==
+      0)
+    return NM_CRYPTO_OK;
+  nm_crypto_set_message(dec, nm_keycheck_fips()
+                                 ? "Passphrase doesn't match or file was encrypted using out "
+                                   "of date software"
+                                 : "Passphrase doesn't match",
+                        0, nullptr);
+  return NM_CRYPTO_MISMATCH;
+}
+
+uint32_t nm_crypto_dec_open(const char *passphrase, const char *path, nm_crypto_dec_t *dec,
+                            uint32_t *sys_error) {
+  if (!dec || !path || nm_file_is_open(&dec->file)) return NM_CRYPTO_INVALID;
+  if (!passphrase) passphrase = "";
+  uint32_t err = nm_file_open_read(path, &dec->file);
+  if (err != 0) return ioFailure(dec, "Cannot open file: ", err, sys_error);
+  uint32_t rc = nm_crypto_examine(dec, &dec->file, passphrase, 1, sys_error);
+  if (rc != NM_CRYPTO_OK) rc = trySideFile(dec, rc, path, passphrase, sys_error);
+  if (rc == NM_CRYPTO_OK) rc = startStream(dec, sys_error);
+  if (rc != NM_CRYPTO_OK) {
+    OPENSSL_cleanse(dec->file_key, sizeof dec->file_key);
+    nm_file_close(&dec->file);
+  }
+  return rc;
+}
+
+namespace {
+
+// Side files of side files are followed, but not without end.
+const int kMaxProbeDepth = 8;
+
+uint32_t probe(const char *path, uint32_t *sys_error, int depth) {
+  nm_crypto_dec_t *dec = nm_crypto_dec_new();
+  if (!dec) return NM_CRYPTO_IO;
+  uint32_t err = nm_file_open_read(path, &dec->file);
+  // Matched or not, a trailer that walks makes an envelope: no key check.
+  uint32_t rc = err != 0 ? ioFailure(dec, "Cannot open file: ", err, sys_error)
+                         : nm_crypto_examine(dec, &dec->file, "", 0, sys_error);
+  nm_crypto_dec_free(&dec);
+  if (rc != NM_CRYPTO_CORRUPT) return rc;
+  char name[NM_CRYPTO_PATH_SIZE];
+  bool side = depth < kMaxProbeDepth && sideFileName(path, name) &&
+              probe(name, sys_error, depth + 1) == NM_CRYPTO_OK;
+  return side ? NM_CRYPTO_OK : NM_CRYPTO_NOT_ENVELOPE;
+}
+
+}  // namespace
+
+uint32_t nm_crypto_dec_probe(const char *path, uint32_t *sys_error) {
+  return path ? probe(path, sys_error, 0) : static_cast<uint32_t>(NM_CRYPTO_NOT_ENVELOPE);
+}

@@ -1,0 +1,29 @@
+/* Payload keystream: 128-byte chunks, each a ciphertext-feedback chain
+ * started from its own counter block, with every keystream block XORed with
+ * the previous one plus 0x5A bytewise. */
+#ifndef NMCRYPTO_NMKEYSTREAM_H
+#define NMCRYPTO_NMKEYSTREAM_H
+
+#include <stddef.h>
+#include <stdint.h>
+
+typedef struct evp_cipher_ctx_st EVP_CIPHER_CTX;
+
+#define NM_KEYSTREAM_CHUNK 128u
+
+#ifdef __cplusplus
+extern "C" {
+#endif
+
+/* Decrypts length bytes (a multiple of 16) of payload that start position
+ * bytes into it (a multiple of 128). ctx encrypts AES-128-ECB with the file
+ * key, padding off. in and out may be the same memory; any alignment works.
+ * Returns 0, or 1 when the cipher failed (out is then undefined). */
+int nm_keystream_decrypt(EVP_CIPHER_CTX *ctx, const uint8_t iv[16], uint64_t position,
+                         const uint8_t *in, uint8_t *out, size_t length);
+
+#ifdef __cplusplus
+}
+#endif
+
+#endif
