@@ -1,8 +1,10 @@
 // The German strings file: well-formed Latin-1 entries whose translations keep
-// the printf conversions of their keys, and a translation for every key that
-// the engine and the window pass to LocaleStrings::format.
+// the printf conversions of their keys, and a translation for every literal key
+// that the engine and the window pass to LocaleStrings::format, directly or
+// through a macro that forwards to it.
 #include <QDirIterator>
 #include <QFile>
+#include <QRegularExpression>
 #include <QtTest>
 
 #include <localization/KVParser.h>
@@ -49,9 +51,24 @@ bool conversions(const QByteArray &text, std::map<int, char> &out)
     return !(numbered && plain);
 }
 
-// The string literals passed as the first argument of format(...), with the
+// Names of the macros that hand their arguments to format(...), such as
+// `#define TEXT(...) convert(LocaleStrings::instance().format(__VA_ARGS__))`.
+QStringList lookupMacros(const QString &src)
+{
+    static const QRegularExpression define(
+        QStringLiteral("#\\s*define\\s+(\\w+)\\s*\\(\\s*\\.\\.\\.\\s*\\)((?:\\\\\\n|[^\\n])*)"));
+    QStringList names;
+    for (auto it = define.globalMatch(src); it.hasNext();) {
+        const QRegularExpressionMatch m = it.next();
+        if (m.captured(2).contains(QRegularExpression(QStringLiteral("\\bformat\\s*\\(\\s*__VA_ARGS__"))))
+            names << m.captured(1);
+    }
+    return names;
+}
+
+// The string literals passed as the first argument of name(...), with the
 // C++ escapes resolved and adjacent literals joined.
-QList<QByteArray> formatKeys(const QByteArray &src)
+QList<QByteArray> literalKeys(const QByteArray &src, const QByteArray &name)
 {
     QList<QByteArray> keys;
     const auto skipBlanks = [&src](int i) {
@@ -59,10 +76,10 @@ QList<QByteArray> formatKeys(const QByteArray &src)
             ++i;
         return i;
     };
-    for (int at = src.indexOf("format"); at >= 0; at = src.indexOf("format", at + 1)) {
+    for (int at = src.indexOf(name); at >= 0; at = src.indexOf(name, at + 1)) {
         if (at > 0 && (std::isalnum(uchar(src[at - 1])) || src[at - 1] == '_'))
             continue;
-        int i = skipBlanks(at + 6);
+        int i = skipBlanks(at + name.size());
         if (i >= src.size() || src[i] != '(')
             continue;
         QByteArray key;
@@ -163,20 +180,30 @@ void TestGermanStrings::coversKeysInCode()
     german.setDirectory(kGermanDir.toStdString());
     german.parse();
 
-    QStringList missing;
+    QMap<QString, QByteArray> sources;
     for (const char *area : {"engine", "gui"}) {
         QDirIterator it(kSourceDir + QLatin1Char('/') + QLatin1String(area),
                         {"*.cpp", "*.h", "*.hpp", "*.cc"}, QDir::Files, QDirIterator::Subdirectories);
         while (it.hasNext()) {
             QFile source(it.next());
-            if (!source.open(QIODevice::ReadOnly))
-                continue;
-            for (const QByteArray &key : formatKeys(source.readAll())) {
+            if (source.open(QIODevice::ReadOnly))
+                sources.insert(source.fileName(), source.readAll());
+        }
+    }
+    QStringList callers{QStringLiteral("format")};
+    for (const QByteArray &text : sources)
+        callers << lookupMacros(QString::fromUtf8(text));
+
+    QStringList missing;
+    for (auto source = sources.cbegin(); source != sources.cend(); ++source) {
+        for (const QString &caller : callers) {
+            for (const QByteArray &key : literalKeys(source.value(), caller.toLatin1())) {
                 if (!german.contains(key.toStdString()))
-                    missing << QStringLiteral("%1: \"%2\"").arg(source.fileName(), QString::fromUtf8(key));
+                    missing << QStringLiteral("%1: \"%2\"").arg(source.key(), QString::fromUtf8(key));
             }
         }
     }
+    missing.removeDuplicates();
     QVERIFY2(missing.isEmpty(), qPrintable("No German text for:\n" + missing.join(QLatin1Char('\n'))));
 }
 
