@@ -1,0 +1,119 @@
+// The operations themselves, run on the task manager's thread. Each reports
+// its outcome through exactly one signal; the decrypt manager guards its own
+// lists.
+#include <engine/TaskManager.h>
+
+#include <QFileInfo>
+
+#include <engine/ClearStatusTask.h>
+#include <engine/DecryptManager.h>
+#include <engine/DeleteEncryptedTask.h>
+#include <engine/FileLoadTask.h>
+#include <engine/FileLoading.h>
+#include <engine/ReloadFailedTask.h>
+
+#include "ListOpsText.h"
+
+// Progress is reported only for entries that exist. A cancel ends the load
+// without a message: onFinished() clears the status line.
+void TaskManager::runFileLoad(FileLoadTask *task)
+{
+    if (!task) {
+        emit filesLoaded(LISTOPS_TEXT("Could not load files."));
+        return;
+    }
+    const QStringList entries = task->entries();
+    const int count = entries.size();
+    if (count == 0) {
+        emit filesLoaded(LISTOPS_TEXT("No files found."));
+        return;
+    }
+    const bool onlyEncrypted = task->onlyEncrypted();
+    const FileLoading::CancelTest cancelled = [this] { return cancelRequested(); };
+    QStringList collected;
+    for (int i = 0; i < count; ++i) {
+        if (cancelled())
+            return;
+        const QString entry = entries.at(i).trimmed();
+        const QFileInfo info(entry);
+        if (entry.isEmpty() || !info.exists())
+            continue;
+        if (info.isFile()) {
+            if (!onlyEncrypted || FileLoading::isEnvelope(entry, info))
+                collected << entry;
+        } else if (info.isDir()) {
+            collected += FileLoading::walkFolder(entry, QStringLiteral("*"), true,
+                                                 onlyEncrypted, cancelled);
+        }
+        task->setProgress(float(i + 1) / float(count));
+    }
+    int added = 0;
+    if (!cancelled()) {
+        task->setProgress(1.0f);
+        added = DecryptManager::instance()->addFiles(collected);
+    }
+    emit filesLoaded(FileLoading::loadSummary(added, collected.size()));
+}
+
+void TaskManager::runClearStatus(ClearStatusTask *task)
+{
+    if (!task) {
+        emit statusCleared(LISTOPS_TEXT("No files cleared."));
+        return;
+    }
+    DecryptManager *manager = DecryptManager::instance();
+    switch (task->clearedStatus()) {
+    case Task::Cancelled:
+    case Task::Waiting:
+        emit started(LISTOPS_TEXT("Clearing pending tasks..."), true);
+        emit statusCleared(manager->clearPending()
+                               ? LISTOPS_TEXT("All pending tasks cleared.")
+                               : LISTOPS_TEXT("Could not clear pending tasks."));
+        break;
+    case Task::Error:
+        emit started(LISTOPS_TEXT("Clearing failed tasks..."), true);
+        emit statusCleared(manager->clearFailed() ? LISTOPS_TEXT("All failed tasks cleared.")
+                                                  : LISTOPS_TEXT("Could not clear failed tasks."));
+        break;
+    case Task::Finished:
+        emit started(LISTOPS_TEXT("Clearing finished tasks..."), true);
+        emit statusCleared(manager->clearFinished()
+                               ? LISTOPS_TEXT("All finished tasks cleared.")
+                               : LISTOPS_TEXT("Could not clear finished tasks."));
+        break;
+    case Task::Cleared:
+        emit started(LISTOPS_TEXT("Clearing all tasks..."), true);
+        emit statusCleared(manager->clearAll() ? LISTOPS_TEXT("All tasks cleared")
+                                               : LISTOPS_TEXT("Could not clear all tasks."));
+        break;
+    default:
+        emit statusCleared(LISTOPS_TEXT("No files cleared for unknown status."));
+        break;
+    }
+}
+
+void TaskManager::runReloadFailed(ReloadFailedTask *task)
+{
+    if (!task) {
+        emit statusReloadFailedTask(LISTOPS_TEXT("Failed to reload tasks."));
+        return;
+    }
+    emit started(LISTOPS_TEXT("Reloading failed tasks..."), true);
+    DecryptManager *manager = DecryptManager::instance();
+    if (!manager->reloadFailed()) {
+        emit statusReloadFailedTask(manager->lastMessage());
+        return;
+    }
+    emit statusReloadFailedTask(LISTOPS_TEXT("Failed Tasks reloaded."));
+}
+
+void TaskManager::runDeleteEncrypted(DeleteEncryptedTask *task)
+{
+    if (!task)
+        return;
+    emit started(LISTOPS_TEXT("Deleting encrypted source files..."), true);
+    const bool allDeleted = DecryptManager::instance()->deleteEncrypted();
+    emit statusMessage(allDeleted ? LISTOPS_TEXT("Encrypted source files deleted from finished tasks.")
+                                  : LISTOPS_TEXT("Not all encrypted files could be deleted."),
+                       false);
+}
