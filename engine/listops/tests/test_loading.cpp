@@ -21,7 +21,6 @@ private slots:
     void recognition_data();
     void recognition();
     void walkOrderAndExclusions();
-    void walkOnlyEncrypted();
     void cancelDiscardsFolder();
     void summary_data();
     void summary();
@@ -98,24 +97,6 @@ void TestLoading::walkOrderAndExclusions()
     const QStringList flat =
         FileLoading::walkFolder(root, QStringLiteral("*"), false, false, [] { return false; });
     QCOMPARE(flat, QStringList{root + "/a"});
-}
-
-void TestLoading::walkOnlyEncrypted()
-{
-    const QString root = path(QStringLiteral("tree"));
-    QDir().mkpath(root + "/sub");
-    envelope(root + "/one.nimbra-env");
-    envelope(root + "/sub/two.bin");
-    plainFile(root + "/sub/three.txt");
-    plainFile(root + "/sub/FOUR.NIMBRA-ENV");
-    auto walk = [&](bool only) {
-        QStringList found = FileLoading::walkFolder(root, QStringLiteral("*"), true, only,
-                                                    [] { return false; });
-        found.sort();
-        return found;
-    };
-    QCOMPARE(walk(true), (QStringList{root + "/one.nimbra-env", root + "/sub/two.bin"}));
-    QCOMPARE(walk(false).size(), 4);
 }
 
 void TestLoading::cancelDiscardsFolder()
