@@ -1,0 +1,71 @@
+// Fuzz target: whole-file examining, opening and reading. The input is
+// written to a file; with the first byte odd, bytes 1-2 (big-endian) give the
+// envelope's length and the rest becomes its ".nmb-meta" side file.
+#include "nmcrypto/nmcrypto_dec.h"
+
+#include <stdint.h>
+#include <stdio.h>
+#include <stdlib.h>
+#include <string.h>
+#include <unistd.h>
+
+#include <string>
+
+namespace {
+
+// A private folder for the input files, removed at exit.
+struct Scratch {
+  std::string folder, path, side;
+  Scratch() {
+    const char *base = access("/dev/shm", W_OK) == 0 ? "/dev/shm" : "/tmp";
+    folder = std::string(base) + "/nm-fuzz-XXXXXX";
+    if (!mkdtemp(&folder[0])) abort();
+    path = folder + "/input.nimbra-env";
+    side = path + ".nmb-meta";
+  }
+  ~Scratch() {
+    unlink(side.c_str());
+    unlink(path.c_str());
+    rmdir(folder.c_str());
+  }
+};
+
+void writeAll(const std::string &path, const uint8_t *data, size_t size) {
+  FILE *f = fopen(path.c_str(), "wb");
+  if (!f) abort();
+  if (size && fwrite(data, 1, size, f) != size) abort();
+  fclose(f);
+}
+
+}  // namespace
+
+extern "C" int LLVMFuzzerTestOneInput(const uint8_t *data, size_t size) {
+  static const Scratch scratch;
+  const std::string &path = scratch.path, &side = scratch.side;
+  if (size == 0) return 0;
+  size_t envelope = size - 1, start = 1;
+  unlink(side.c_str());
+  if ((data[0] & 1) && size >= 3) {
+    size_t wanted = (static_cast<size_t>(data[1]) << 8) | data[2];
+    start = 3;
+    envelope = wanted < size - 3 ? wanted : size - 3;
+    writeAll(side, data + start + envelope, size - start - envelope);
+  }
+  writeAll(path, data + start, envelope);
+
+  nm_crypto_dec_t *dec = nm_crypto_dec_new();
+  uint32_t sys_error = 0;
+  if (nm_crypto_dec_open("fuzz", path.c_str(), dec, &sys_error) == NM_CRYPTO_OK) {
+    static uint8_t buffer[1024];
+    uint64_t count = 1;
+    for (int reads = 0; count != 0; ++reads) {
+      if (nm_crypto_dec_read(dec, buffer, sizeof buffer, &count) != NM_CRYPTO_OK) break;
+      if (count > sizeof buffer || reads > 100000) abort();  // the payload is at most the input
+    }
+  }
+  if (strlen(nm_crypto_dec_error_text(dec)) > 255) abort();
+  nm_crypto_dec_free(&dec);
+  uint32_t probe = nm_crypto_dec_probe(path.c_str(), &sys_error);
+  if (probe != 0 && probe != 3 && probe != 5) abort();
+  return 0;
+}
