@@ -6,9 +6,9 @@
 
 // Every AES input of a chunk is known before decrypting it: the counter
 // block, then the chunk's own ciphertext blocks shifted by one. So a whole
-// slice of chunks goes through one ECB call, and the cheap feedback chain
-// then runs over 16 chunks side by side. Slices stay small enough for the
-// scratch space and the data to share the level-1 cache.
+// slice of chunks goes through one ECB call, and only the cheap feedback
+// chain (XOR, bytewise add) stays sequential, per chunk. Slices are small
+// enough for the scratch space and the data to share the level-1 cache.
 
 namespace {
 
@@ -16,7 +16,6 @@ typedef uint8_t v16 __attribute__((vector_size(16)));
 
 const size_t kChunk = NM_KEYSTREAM_CHUNK;
 const size_t kSliceChunks = 64;  // 8 KiB a slice
-const size_t kLanes = 16;
 
 inline v16 load(const uint8_t *p) {
   v16 v;
@@ -26,42 +25,54 @@ inline v16 load(const uint8_t *p) {
 
 inline void store(uint8_t *p, v16 v) { memcpy(p, &v, 16); }
 
-// AES inputs of the slice: per chunk the counter block then C0..C6.
+uint64_t loadBe64(const uint8_t *p) {
+  uint64_t v;
+  memcpy(&v, p, 8);
+#if defined(__BYTE_ORDER__) && __BYTE_ORDER__ == __ORDER_LITTLE_ENDIAN__
+  v = __builtin_bswap64(v);
+#endif
+  return v;
+}
+
+void storeBe64(uint8_t *p, uint64_t v) {
+#if defined(__BYTE_ORDER__) && __BYTE_ORDER__ == __ORDER_LITTLE_ENDIAN__
+  v = __builtin_bswap64(v);
+#endif
+  memcpy(p, &v, 8);
+}
+
+// AES inputs of the slice: per chunk the counter block (the chunk number
+// XORed big-endian into the IV's first half), then C0..C6.
 void buildInputs(const uint8_t iv[16], uint64_t chunk, const uint8_t *in, size_t length,
                  uint8_t *inputs) {
-  for (size_t at = 0; at < length; at += kChunk, ++chunk) {
-    uint8_t *w = inputs + at;
-    memcpy(w, iv, 16);
-    for (int i = 0; i < 8; ++i) w[7 - i] ^= static_cast<uint8_t>(chunk >> (8 * i));
-    size_t rest = length - at < kChunk ? length - at : kChunk;
-    memcpy(w + 16, in + at, rest - 16);
+  const uint64_t head = loadBe64(iv);
+  const size_t full = length / kChunk;
+  for (size_t c = 0; c < full; ++c, ++chunk) {
+    uint8_t *w = inputs + c * kChunk;
+    const uint8_t *text = in + c * kChunk;
+    storeBe64(w, head ^ chunk);
+    memcpy(w + 8, iv + 8, 8);
+    for (size_t j = 0; j < kChunk - 16; j += 16) store(w + 16 + j, load(text + j));
+  }
+  if (length % kChunk) {
+    uint8_t *w = inputs + full * kChunk;
+    storeBe64(w, head ^ chunk);
+    memcpy(w + 8, iv + 8, 8);
+    memcpy(w + 16, in + full * kChunk, length % kChunk - 16);
   }
 }
 
-// Keystream chain over `lanes` full chunks: K = E ^ M, P = C ^ K, M = K + 0x5A.
-void chainFull(const uint8_t *e, const uint8_t *in, uint8_t *out, size_t lanes) {
+// Keystream chain of one chunk of length bytes: K = E ^ M, P = C ^ K,
+// M = K + 0x5A. Chunks are independent, so consecutive calls overlap in the
+// processor; the chain itself stays in a register.
+inline void chain(const uint8_t *e, const uint8_t *in, uint8_t *out, size_t length) {
   const v16 bias = {0x5A, 0x5A, 0x5A, 0x5A, 0x5A, 0x5A, 0x5A, 0x5A,
                     0x5A, 0x5A, 0x5A, 0x5A, 0x5A, 0x5A, 0x5A, 0x5A};
-  v16 mask[kLanes] = {};
-  for (size_t j = 0; j < kChunk; j += 16) {
-    for (size_t l = 0; l < lanes; ++l) {
-      size_t at = l * kChunk + j;
-      v16 k = load(e + at) ^ mask[l];
-      store(out + at, load(in + at) ^ k);
-      mask[l] = k + bias;
-    }
-  }
-}
-
-// The same for one chunk of blocks * 16 bytes (the payload's last).
-void chainShort(const uint8_t *e, const uint8_t *in, uint8_t *out, size_t length) {
-  uint8_t mask[16] = {0};
-  for (size_t j = 0; j < length; j += 16) {
-    for (size_t b = 0; b < 16; ++b) {
-      uint8_t k = e[j + b] ^ mask[b];
-      out[j + b] = in[j + b] ^ k;
-      mask[b] = static_cast<uint8_t>(k + 0x5A);
-    }
+  v16 k = load(e);
+  store(out, load(in) ^ k);
+  for (size_t j = 16; j < length; j += 16) {
+    k = load(e + j) ^ (k + bias);
+    store(out + j, load(in + j) ^ k);
   }
 }
 
@@ -80,14 +91,12 @@ int nm_keystream_decrypt(EVP_CIPHER_CTX *ctx, const uint8_t iv[16], uint64_t pos
       OPENSSL_cleanse(scratch, sizeof scratch);
       return 1;
     }
-    size_t full = slice / kChunk;
-    for (size_t c = 0; c < full; c += kLanes) {
-      size_t lanes = full - c < kLanes ? full - c : kLanes;
-      chainFull(scratch + c * kChunk, in + done + c * kChunk, out + done + c * kChunk, lanes);
-    }
+    const size_t full = slice / kChunk;
+    for (size_t c = 0; c < full; ++c)
+      chain(scratch + c * kChunk, in + done + c * kChunk, out + done + c * kChunk, kChunk);
     if (slice % kChunk)
-      chainShort(scratch + full * kChunk, in + done + full * kChunk, out + done + full * kChunk,
-                 slice % kChunk);
+      chain(scratch + full * kChunk, in + done + full * kChunk, out + done + full * kChunk,
+            slice % kChunk);
     done += slice;
     chunk += full;
   }
