@@ -4,6 +4,7 @@
 #include <QWriteLocker>
 
 #include <engine/ClearStatusTask.h>
+#include <engine/DecryptManager.h>
 #include <engine/DeleteEncryptedTask.h>
 #include <engine/FileLoadTask.h>
 #include <engine/FileLoading.h>
@@ -34,6 +35,9 @@ void TaskManager::release()
 
 TaskManager::TaskManager() : QThread(nullptr), m_lock(new QReadWriteLock())
 {
+    // The routines reach the decrypt manager from this manager's thread; it
+    // must already live in the user-interface thread, with its timer.
+    DecryptManager::instance();
     connect(this, &QThread::finished, this, &TaskManager::onFinished);
 }
 
