@@ -6,6 +6,7 @@
 #include <localization/LocaleStrings.h>
 
 #include <QMovie>
+#include <QPainter>
 
 BusyDialog *BusyDialog::instance()
 {
@@ -63,4 +64,12 @@ void BusyDialog::onCancel()
 void BusyDialog::closeEvent(QCloseEvent *event)
 {
     QDialog::closeEvent(event);
+}
+
+void BusyDialog::paintEvent(QPaintEvent *event)
+{
+    QDialog::paintEvent(event);
+    QPainter painter(this);
+    painter.setPen(palette().color(QPalette::Mid));
+    painter.drawRect(rect().adjusted(0, 0, -1, -1));
 }

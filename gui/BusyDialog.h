@@ -36,6 +36,8 @@ public slots:
 
 protected:
     void closeEvent(QCloseEvent *event) override;
+    // The dialog has no window frame; it draws a thin border of its own.
+    void paintEvent(QPaintEvent *event) override;
 
 private:
     void applyLocalizedTexts();

@@ -1,0 +1,142 @@
+// The main window's commands: opening files and folders, the clear, reload
+// and delete commands, quitting, and the command line.
+#include "MainWindow.h"
+
+#include "GuiSupport.h"
+#include "Version.h"
+#include "ui_MainWindow.h"
+
+#include <engine/DecryptManager.h>
+#include <engine/FileLoading.h>
+#include <engine/TaskManager.h>
+#include <localization/LocaleStrings.h>
+
+#include <QCoreApplication>
+#include <QDir>
+#include <QFileDialog>
+
+#include <cstdio>
+#include <cstdlib>
+
+namespace {
+// Ends the process at once: no event loop, no saved settings, no questions.
+[[noreturn]] void endProcess(int code)
+{
+    std::fflush(stdout);
+    std::fflush(stderr);
+    std::_Exit(code);
+}
+
+void printVersion()
+{
+    const QString text = QStringLiteral(NM_APPLICATION_NAME " %1").arg(QStringLiteral(NM_VERSION), 0, QLatin1Char(' '));
+    std::fputs(text.toUtf8().constData(), stdout);
+    std::fputs("\n", stdout);
+}
+} // namespace
+
+void MainWindow::onOpenFiles()
+{
+    const QString filter = NM_TR("Encrypted Files (*.%s);;All Files (*)", "nimbra-env");
+    const QStringList files =
+        QFileDialog::getOpenFileNames(this, NM_TR("Open Encrypted files"), currentDir, filter);
+    if (files.isEmpty())
+        return;
+    currentDir = QFileInfo(files.first()).absolutePath();
+    saveSettings();
+    // A file picked by hand is taken even without the envelope suffix.
+    TaskManager::instance()->loadFiles(files, false);
+}
+
+void MainWindow::onOpenFolder()
+{
+    const QString folder = QFileDialog::getExistingDirectory(
+        this, NM_TR("Open Directory"), currentDir,
+        QFileDialog::ShowDirsOnly | QFileDialog::DontResolveSymlinks);
+    if (folder.isEmpty())
+        return;
+    currentDir = folder;
+    saveSettings();
+    TaskManager::instance()->loadFiles({folder}, false);
+}
+
+void MainWindow::onClearAll(bool justTable)
+{
+    clearTable();
+    if (!justTable)
+        TaskManager::instance()->clearStatus(Task::Cleared);
+    resetProgressBar();
+    setDecryptIdle();
+}
+
+void MainWindow::onClearFinished(bool justTable)
+{
+    removeRowsWithStatus(Task::Finished);
+    if (!justTable)
+        TaskManager::instance()->clearStatus(Task::Finished);
+}
+
+void MainWindow::onClearFailed(bool justTable)
+{
+    removeRowsWithStatus(Task::Error);
+    if (!justTable)
+        TaskManager::instance()->clearStatus(Task::Error);
+}
+
+void MainWindow::onClearPending(bool justTable)
+{
+    removeRowsWithStatus(Task::Waiting);
+    if (!justTable)
+        TaskManager::instance()->clearStatus(Task::Waiting);
+    setDecryptIdle();
+}
+
+void MainWindow::onReloadFailed()
+{
+    // The failed tasks go back to pending; their rows would only go stale.
+    onClearFailed(true);
+    TaskManager::instance()->reloadFailed();
+}
+
+void MainWindow::onDeleteEncrypted()
+{
+    if (showOkCancelBox(NM_TR("Do you want to delete encrypted source files from finished tasks?")))
+        TaskManager::instance()->deleteEncrypted();
+}
+
+void MainWindow::onAboutToQuit()
+{
+    TaskManager::instance()->cancel();
+    DecryptManager::instance()->stop();
+    TaskManager::release();
+    clearTable();
+    saveSettings();
+}
+
+void MainWindow::processCommandline()
+{
+    const QStringList args = QCoreApplication::arguments();
+    if (args.size() < 2)
+        return;
+    const QString first = args.at(1);
+    if (first == QLatin1String("*")) {
+        TaskManager::instance()->loadFiles({QDir::currentPath()}, false);
+    } else if (first == QLatin1String("-test")) {
+        if (args.size() < 3)
+            endProcess(-1);
+        endProcess(FileLoading::scanPathsForEnvelopes(args.mid(2)) ? 0 : -1);
+    } else if (first == QLatin1String("-file-list")) {
+        if (args.size() != 3 || !TaskManager::instance()->loadFromFile(args.at(2)))
+            endProcess(-1);
+    } else if (first == QLatin1String("-test-list")) {
+        endProcess(args.size() == 3 && FileLoading::scanListFileForEnvelopes(args.at(2)) ? 0 : -1);
+    } else if (first == QLatin1String("-v") || first == QLatin1String("--version")) {
+        printVersion();
+        endProcess(0);
+    } else if (args.size() == 2) {
+        TaskManager::instance()->loadFiles({first}, true);
+        title += QStringLiteral(" - ") + first;
+    } else {
+        TaskManager::instance()->loadFiles(args.mid(1), true);
+    }
+}
