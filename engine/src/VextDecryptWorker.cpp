@@ -1,11 +1,11 @@
 #include <engine/VextDecryptWorker.h>
 
-#include <QFile>
 #include <QFileInfo>
 
 #include <engine/CryptTask.h>
 
 #include "EngineText.h"
+#include "OutputWriter.h"
 
 namespace {
 // Plaintext moves in pieces of this size; cancellation is seen between two.
@@ -133,7 +133,7 @@ void VextDecryptWorker::run()
         nm_crypto_dec_free(&m_decrypter);
         return;
     }
-    if (copyPlaintext())
+    if (copyPlaintext(source.size()))
         return;
     // Cancelled between two pieces: the partial output goes.
     fail(ResultWriteFailed, NM_TEXT("Cancelled by user"));
@@ -142,18 +142,18 @@ void VextDecryptWorker::run()
 // Streams the plaintext into the output. Returns false only when the run was
 // cancelled (the output is then already removed); every other end sets the
 // result itself.
-bool VextDecryptWorker::copyPlaintext()
+bool VextDecryptWorker::copyPlaintext(qint64 sourceSize)
 {
-    QFile output(m_outputPath);
-    if (!output.open(QIODevice::WriteOnly | QIODevice::Truncate)) {
+    // The plaintext is never longer than its envelope.
+    OutputWriter output(m_outputPath, kPieceSize);
+    if (!output.open(sourceSize)) {
         nm_crypto_dec_free(&m_decrypter);
         fail(ResultOutputFailed, QString()); // nothing written, nothing to remove
         return true;
     }
-    alignas(16) char buffer[kPieceSize];
     for (;;) {
         uint64_t count = 0;
-        const uint32_t read = nm_crypto_dec_read(m_decrypter, buffer, sizeof buffer, &count);
+        const uint32_t read = nm_crypto_dec_read(m_decrypter, output.piece(), kPieceSize, &count);
         if (read != NM_CRYPTO_OK) {
             // A decrypter failure mid-stream keeps the partial output.
             fail(static_cast<int>(read), QString::fromLatin1(nm_crypto_dec_error_text(m_decrypter)));
@@ -163,22 +163,20 @@ bool VextDecryptWorker::copyPlaintext()
         }
         if (count == 0 && !m_cancelRequested) {
             nm_crypto_dec_free(&m_decrypter);
-            // Writes are buffered: a failure can surface only when flushing.
-            if (!output.flush()) {
+            if (output.finish()) {
+                fail(ResultOk, QString());
+            } else {
                 fail(ResultWriteFailed, NM_TEXT("Could not write out to device."));
-                output.remove();
-                return true;
+                output.discard();
             }
-            output.close();
-            fail(ResultOk, QString());
             return true;
         }
         if (count == 0)
             break;
-        if (output.write(buffer, static_cast<qint64>(count)) == -1) {
+        if (output.commit(static_cast<qint64>(count)) == -1) {
             fail(ResultWriteFailed, NM_TEXT("Could not write out to device."));
             nm_crypto_dec_free(&m_decrypter);
-            output.remove();
+            output.discard();
             return true;
         }
         m_bytesDone += count;
@@ -187,7 +185,7 @@ bool VextDecryptWorker::copyPlaintext()
             break;
     }
     nm_crypto_dec_free(&m_decrypter);
-    output.remove();
+    output.discard();
     return false;
 }
 

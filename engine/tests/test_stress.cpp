@@ -66,9 +66,10 @@ private slots:
     {
         const int rounds = qEnvironmentVariableIsSet("NM_STRESS_ROUNDS")
                                ? qEnvironmentVariableIntValue("NM_STRESS_ROUNDS")
-                               : 12;
+                               : 40;
         QRandomGenerator random(20240611u);
         DecryptManager manager;
+        int interrupted = 0; // batches that a stop left with files pending
         for (int r = 0; r < rounds; ++r) {
             QTemporaryDir dir;
             const Round round = makeFiles(dir, random);
@@ -79,9 +80,11 @@ private slots:
                 manager.start(QString::fromLatin1(kPassphrase));
                 if (random.bounded(2))
                     QThread::usleep(random.bounded(3000));
-                if (random.bounded(2))
+                const bool stopped = random.bounded(2);
+                if (stopped)
                     manager.stop();
                 QVERIFY2(waitIdle(manager), "batch did not end");
+                interrupted += stopped && manager.pendingCount() > 0;
                 checkInvariants(manager, round);
                 if (QTest::currentTestFailed())
                     QFAIL(qPrintable(QStringLiteral("round %1, batch %2").arg(r).arg(batch)));
@@ -89,6 +92,7 @@ private slots:
                     QVERIFY(manager.reloadFailed());
             }
         }
+        qInfo("%d rounds, %d batches interrupted", rounds, interrupted);
         QVERIFY(manager.clearAll());
         QCoreApplication::sendPostedEvents(nullptr, QEvent::DeferredDelete);
     }

@@ -61,7 +61,7 @@ public slots:
 
 private:
     void fail(int code, const QString &text);
-    bool copyPlaintext();
+    bool copyPlaintext(qint64 sourceSize);
 
     unsigned m_index;
     CryptTask *m_task = nullptr;

@@ -1,0 +1,74 @@
+#include "OutputWriter.h"
+
+#if defined(__linux__)
+#include <fcntl.h>
+#endif
+
+namespace {
+// Large enough for few system calls, small enough to stay in the cache.
+constexpr qint64 kBufferSize = 256 * 1024;
+// Below this, reserving space ahead saves nothing worth a system call.
+constexpr qint64 kReserveFrom = 1024 * 1024;
+} // namespace
+
+OutputWriter::OutputWriter(const QString &path, qint64 pieceSize)
+    : m_file(path), m_buffer(static_cast<size_t>(qMax(kBufferSize, pieceSize))),
+      m_pieceSize(pieceSize)
+{
+}
+
+bool OutputWriter::open(qint64 expectedSize)
+{
+    // Unbuffered: this class is the buffer.
+    m_fill = 0;
+    if (!m_file.open(QIODevice::WriteOnly | QIODevice::Truncate | QIODevice::Unbuffered))
+        return false;
+#if defined(__linux__)
+    // Best effort: allocating the blocks at once makes the writes cheaper.
+    // The file's size is left alone, so an unused reservation never shows.
+    if (expectedSize >= kReserveFrom)
+        (void)fallocate(m_file.handle(), FALLOC_FL_KEEP_SIZE, 0, expectedSize);
+#else
+    Q_UNUSED(expectedSize);
+#endif
+    return true;
+}
+
+qint64 OutputWriter::commit(qint64 count)
+{
+    m_fill += count;
+    if (m_fill + m_pieceSize > static_cast<qint64>(m_buffer.size()) && !flush())
+        return -1;
+    return count;
+}
+
+bool OutputWriter::flush()
+{
+    const char *data = m_buffer.data();
+    qint64 left = m_fill;
+    m_fill = 0;
+    while (left > 0) {
+        const qint64 written = m_file.write(data, left);
+        if (written <= 0) {
+            m_file.close();
+            return false;
+        }
+        data += written;
+        left -= written;
+    }
+    return true;
+}
+
+bool OutputWriter::finish()
+{
+    const bool flushed = m_file.isOpen() && flush();
+    m_file.close();
+    return flushed;
+}
+
+void OutputWriter::close()
+{
+    if (m_file.isOpen())
+        flush();
+    m_file.close();
+}
