@@ -17,26 +17,28 @@ namespace listops_test {
 class TaskManagerRecorder : public QObject
 {
 public:
-    explicit TaskManagerRecorder(TaskManager *manager)
+    explicit TaskManagerRecorder(TaskManager *tm)
     {
+        using TM = TaskManager;
+        auto text = [this](const char *name) {
+            return [this, name](const QString &msg) { add(name + (':' + msg)); };
+        };
+        auto flagged = [this](const char *name) {
+            return [this, name](const QString &msg, bool flag) {
+                add(QStringLiteral("%1:%2:%3").arg(QLatin1String(name), msg).arg(int(flag)));
+            };
+        };
         const auto direct = Qt::DirectConnection;
-        connect(manager, &TaskManager::filesLoaded, this, [this](const QString &msg) {
-            add(QStringLiteral("filesLoaded:") + msg);
+        connect(tm, &TM::filesLoaded, this, [this](const QString &msg) {
+            add("filesLoaded:" + msg);
             if (m_gated)
                 m_gate.acquire();
         }, direct);
-        connect(manager, &TaskManager::statusCleared, this,
-                [this](const QString &msg) { add(QStringLiteral("statusCleared:") + msg); }, direct);
-        connect(manager, &TaskManager::statusReloadFailedTask, this,
-                [this](const QString &msg) { add(QStringLiteral("reloaded:") + msg); }, direct);
-        connect(manager, &TaskManager::statusMessage, this, [this](const QString &msg, bool keep) {
-            add(QStringLiteral("statusMessage:%1:%2").arg(msg).arg(int(keep)));
-        }, direct);
-        connect(manager, &TaskManager::started, this, [this](const QString &msg, bool cancel) {
-            add(QStringLiteral("started:%1:%2").arg(msg).arg(int(cancel)));
-        }, direct);
-        connect(manager, &TaskManager::error, this,
-                [this](const QString &msg) { add(QStringLiteral("error:") + msg); }, direct);
+        connect(tm, &TM::statusCleared, this, text("statusCleared"), direct);
+        connect(tm, &TM::statusReloadFailedTask, this, text("reloaded"), direct);
+        connect(tm, &TM::error, this, text("error"), direct);
+        connect(tm, &TM::statusMessage, this, flagged("statusMessage"), direct);
+        connect(tm, &TM::started, this, flagged("started"), direct);
     }
 
     QStringList lines()

@@ -139,11 +139,6 @@ void TestLoading::listFile()
     QString why;
     QVERIFY(FileLoading::readListFile(list, &entries, &why));
     QCOMPARE(entries, (QStringList{"/a/b", "", QString::fromUtf8("/x/\xc3\xa9t\xc3\xa9"), "last"}));
-
-    QVERIFY(!FileLoading::readListFile(path("absent.txt"), &entries, &why));
-    QVERIFY(!why.isEmpty());
-    QVERIFY(!FileLoading::readListFile(fifo(path("pipe")), &entries, &why));
-    QVERIFY(!FileLoading::readListFile(QStringLiteral("/dev/zero"), &entries, &why));
 }
 
 // The paths a test-mode row scans, built on disk.

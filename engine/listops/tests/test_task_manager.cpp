@@ -42,6 +42,7 @@ private:
     QString path(const QString &name) const { return m_dir->filePath(name); }
     void finish();
     void decrypt(const QStringList &paths, const char *passphrase);
+    void waitDecryptIdle();
     QStringList lines() const { return m_recorder->lines(); }
 
     TaskManager *m_tasks = TaskManager::instance();
@@ -62,11 +63,7 @@ void TestTaskManager::cleanup()
 {
     m_recorder->openGate();
     finish();
-    QElapsedTimer clock;
-    clock.start();
-    while (m_decrypt->isBusy() && clock.elapsed() < 60000)
-        QTest::qWait(5);
-    QTest::qWait(5); // the dispatcher's own end report
+    waitDecryptIdle();
     m_recorder.reset();
     m_dir.reset();
 }
@@ -89,11 +86,17 @@ void TestTaskManager::decrypt(const QStringList &paths, const char *passphrase)
 {
     m_decrypt->addFiles(paths);
     m_decrypt->start(QString::fromLatin1(passphrase));
+    waitDecryptIdle();
+}
+
+// Serves events until the batch has handed every task back.
+void TestTaskManager::waitDecryptIdle()
+{
     QElapsedTimer clock;
     clock.start();
     while (m_decrypt->isBusy() && clock.elapsed() < 60000)
         QTest::qWait(5);
-    QTest::qWait(5);
+    QTest::qWait(5); // the dispatcher's own end report
 }
 
 void TestTaskManager::load_data()
