@@ -12,8 +12,7 @@ constexpr qint64 kReserveFrom = 1024 * 1024;
 } // namespace
 
 OutputWriter::OutputWriter(const QString &path, qint64 pieceSize)
-    : m_file(path), m_buffer(static_cast<size_t>(qMax(kBufferSize, pieceSize))),
-      m_pieceSize(pieceSize)
+    : m_file(path), m_pieceSize(pieceSize)
 {
 }
 
@@ -23,6 +22,10 @@ bool OutputWriter::open(qint64 expectedSize)
     m_fill = 0;
     if (!m_file.open(QIODevice::WriteOnly | QIODevice::Truncate | QIODevice::Unbuffered))
         return false;
+    // A small file gets a small buffer: most runs are short, and a large
+    // buffer would cost more to set up than the whole file to write.
+    m_bufferSize = qBound(2 * m_pieceSize, expectedSize + m_pieceSize, kBufferSize);
+    m_buffer.reset(new char[static_cast<size_t>(m_bufferSize)]);
 #if defined(__linux__)
     // Best effort: allocating the blocks at once makes the writes cheaper.
     // The file's size is left alone, so an unused reservation never shows.
@@ -37,14 +40,14 @@ bool OutputWriter::open(qint64 expectedSize)
 qint64 OutputWriter::commit(qint64 count)
 {
     m_fill += count;
-    if (m_fill + m_pieceSize > static_cast<qint64>(m_buffer.size()) && !flush())
+    if (m_fill + m_pieceSize > m_bufferSize && !flush())
         return -1;
     return count;
 }
 
 bool OutputWriter::flush()
 {
-    const char *data = m_buffer.data();
+    const char *data = m_buffer.get();
     qint64 left = m_fill;
     m_fill = 0;
     while (left > 0) {

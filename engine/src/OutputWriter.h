@@ -3,7 +3,7 @@
 // system sees few large writes.
 #pragma once
 
-#include <vector>
+#include <memory>
 
 #include <QFile>
 
@@ -16,7 +16,7 @@ public:
     // written, used to reserve the space of large outputs in one step.
     bool open(qint64 expectedSize);
     // Room for the next piece (pieceSize bytes).
-    char *piece() { return m_buffer.data() + m_fill; }
+    char *piece() { return m_buffer.get() + m_fill; }
     // Takes count bytes placed at piece(). -1 when a write to the file
     // failed (the file is closed then), else count.
     qint64 commit(qint64 count);
@@ -31,7 +31,8 @@ private:
     bool flush();
 
     QFile m_file;
-    std::vector<char> m_buffer;
+    std::unique_ptr<char[]> m_buffer;
+    qint64 m_bufferSize = 0;
     qint64 m_pieceSize;
     qint64 m_fill = 0;
 };

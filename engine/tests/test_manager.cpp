@@ -70,12 +70,14 @@ private slots:
         QSignalSpy started(&manager, &DecryptManager::started);
         QSignalSpy allFinished(&manager, &DecryptManager::allFinished);
         QSignalSpy task(&manager, qOverload<const CryptTask *>(&DecryptManager::statsChanged));
+        QSignalSpy lists(&manager, qOverload<>(&DecryptManager::statsChanged));
         runBatch(manager, paths);
 
         QCOMPARE(started.count(), 1);
         QCOMPARE(started.first().first().toInt(), 6);
         QTRY_VERIFY(allFinished.count() >= 1);
         QVERIFY(idleAtAllFinished);
+        QTRY_VERIFY(lists.count() >= 2); // the additions, then the dispatcher's end
         QVERIFY(mostBusy <= 2);
         QCOMPARE(manager.finishedCount(), 6);
         QSet<int> workers;
