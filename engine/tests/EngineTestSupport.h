@@ -34,6 +34,18 @@ inline QString patternEnvelope(const QString &path, quint64 size)
     return path;
 }
 
+// An envelope of size bytes whose payload is a hole: costs no disk and
+// decrypts (to noise) for long enough that a stop always lands mid-file.
+inline QString sparseEnvelope(const QString &path, qint64 size)
+{
+    const std::string trailer = envelope_writer::buildTrailer(quint64(size), kPassphrase);
+    QFile file(path);
+    if (!file.open(QIODevice::WriteOnly) || !file.resize(size) || !file.seek(size)
+        || file.write(trailer.data(), qint64(trailer.size())) != qint64(trailer.size()))
+        qFatal("cannot write %s", qPrintable(path));
+    return path;
+}
+
 inline void writeFile(const QString &path, const QByteArray &bytes)
 {
     QFile file(path);

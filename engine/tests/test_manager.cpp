@@ -24,12 +24,9 @@ private slots:
     {
         QTest::addColumn<int>("asked");
         QTest::addColumn<int>("used");
-        QTest::newRow("one") << 1 << 1;
         QTest::newRow("eight") << 8 << 8;
-        QTest::newRow("nine") << 9 << 1;
         QTest::newRow("sixteen") << 16 << 1;
         QTest::newRow("zero") << 0 << 1;
-        QTest::newRow("negative") << -2 << 1;
     }
 
     void threadCount()
@@ -96,7 +93,10 @@ private slots:
     void stopPutsRunningFilesFirst()
     {
         QTemporaryDir dir;
-        const QStringList paths = envelopes(dir, 5, 8 << 20);
+        QStringList paths;
+        for (int i = 0; i < 5; ++i)
+            paths << sparseEnvelope(dir.filePath(QStringLiteral("f%1.nimbra-env").arg(i)),
+                                    qint64(1) << 30);
         DecryptManager manager;
         manager.onChangeNumThreads(2);
         QSet<QString> ran;
@@ -108,14 +108,12 @@ private slots:
         runBatch(manager, paths);
 
         const QStringList pending = manager.pendingPaths();
-        QCOMPARE(pending.size() + manager.finishedCount() + manager.failedCount(), 5);
-        QCOMPARE(manager.failedCount(), 0);
+        QCOMPARE(pending.size(), 5);
         // Cancelled files first, then those never started in their order.
         int firstUntouched = 0;
         while (firstUntouched < pending.size() && ran.contains(pending[firstUntouched]))
             ++firstUntouched;
-        if (firstUntouched == 0)
-            QSKIP("every started file ended before the stop was seen");
+        QVERIFY(firstUntouched >= 1 && firstUntouched <= 2);
         const QStringList untouched = pending.mid(firstUntouched);
         QCOMPARE(untouched, paths.mid(paths.size() - untouched.size()));
         for (const QString &path : pending)

@@ -11,13 +11,10 @@ private slots:
         QTest::addColumn<quint32>("status");
         QTest::addColumn<QString>("error");
         QTest::addColumn<QString>("text");
-        QTest::newRow("decrypting") << 0u << QString() << "Decrypting";
         QTest::newRow("finished") << 1u << QString() << "Finished -> /out/report.pdf";
         QTest::newRow("error bare") << 2u << QString() << "Error";
         QTest::newRow("error text") << 2u << "(Bad Code: 1)" << "Error (Bad Code: 1)";
-        QTest::newRow("cancelled") << 3u << QString() << "Cancelled";
         QTest::newRow("waiting") << 4u << QString() << "Waiting";
-        QTest::newRow("cleared") << 5u << QString() << "Cleared";
         QTest::newRow("six") << 6u << QString() << "Unknown";
         QTest::newRow("huge") << 0xFFFFFFFFu << QString() << "Unknown";
     }

@@ -107,7 +107,7 @@ private slots:
 
     void cancelRemovesPartialOutput()
     {
-        const QString source = patternEnvelope(path("big.nimbra-env"), 8 << 20);
+        const QString source = sparseEnvelope(path("big.nimbra-env"), qint64(1) << 30);
         VextDecryptWorker worker(0, nullptr);
         QSignalSpy failed(&worker, &VextDecryptWorker::failed);
         CryptTask task(source, nullptr);
@@ -116,8 +116,6 @@ private slots:
         worker.startTask(&task);
         worker.cancel();
         QVERIFY(worker.wait(30000));
-        if (task.status() == Task::Finished)
-            QSKIP("the run ended before the cancel was seen");
         QCOMPARE(task.status(), Task::Cancelled);
         QCOMPARE(failed.count(), 1);
         QVERIFY(task.errorMessage().isEmpty());
