@@ -39,7 +39,6 @@ asan: deps $(ASAN_BUILD)/CMakeCache.txt
 test-asan: asan
 	cd $(ASAN_BUILD) && NM_STRESS_ROUNDS=$${NM_STRESS_ROUNDS_ASAN:-200} \
 	  ASAN_OPTIONS=detect_leaks=1:abort_on_error=1 UBSAN_OPTIONS=print_stacktrace=1:halt_on_error=1 \
-	  LSAN_OPTIONS=suppressions=$(CURDIR)/cmake/lsan.supp \
 	  ctest --output-on-failure -j $(JOBS) -L unit
 
 $(FUZZ_BUILD)/CMakeCache.txt: | deps
