@@ -59,8 +59,12 @@ void nm_crypto_set_message(nm_crypto_dec_t *dec, const char *text, uint32_t sys_
 }
 
 nm_crypto_dec_t *nm_crypto_dec_new(void) {
-  auto *dec = static_cast<nm_crypto_dec_t *>(calloc(1, sizeof(nm_crypto_dec_t)));
-  if (dec) nm_file_init(&dec->file);
+  // Page-aligned, so the file reads land on whole pages of the work buffer.
+  void *memory = aligned_alloc(alignof(nm_crypto_dec_t), sizeof(nm_crypto_dec_t));
+  if (!memory) return nullptr;
+  auto *dec = static_cast<nm_crypto_dec_t *>(memory);
+  memset(dec, 0, sizeof *dec);
+  nm_file_init(&dec->file);
   return dec;
 }
 
@@ -80,8 +84,8 @@ const char *nm_crypto_dec_error_text(const nm_crypto_dec_t *dec) {
 }
 
 uint32_t nm_crypto_dec_read(nm_crypto_dec_t *dec, void *buffer, size_t size, uint64_t *count) {
-  if (!dec) return NM_CRYPTO_INVALID;
-  if (!buffer || !count || size < 128) {
+  if (!dec || !buffer || !count) return NM_CRYPTO_INVALID;
+  if (size < 128) {
     nm_crypto_set_message(dec, "Output buffer too small", 0, nullptr);
     return NM_CRYPTO_INVALID;
   }

@@ -25,7 +25,7 @@ struct nm_crypto_dec {
   uint64_t position;          /* plaintext bytes decrypted; a multiple of 128 between reads */
   uint64_t fill;
   uint64_t consumed;
-  alignas(64) uint8_t buffer[NM_CRYPTO_WORK_SIZE]; /* payload, or the tail while examining */
+  alignas(4096) uint8_t buffer[NM_CRYPTO_WORK_SIZE]; /* payload, or the tail while examining */
   char message[NM_CRYPTO_MESSAGE_SIZE];
   void *owned;                /* released at free; nothing sets it yet */
 };

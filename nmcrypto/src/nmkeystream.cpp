@@ -15,7 +15,7 @@ namespace {
 typedef uint8_t v16 __attribute__((vector_size(16)));
 
 const size_t kChunk = NM_KEYSTREAM_CHUNK;
-const size_t kSliceChunks = 64;  // 8 KiB a slice
+const size_t kSliceChunks = 32;  // 4 KiB a slice
 
 inline v16 load(const uint8_t *p) {
   v16 v;
@@ -24,6 +24,8 @@ inline v16 load(const uint8_t *p) {
 }
 
 inline void store(uint8_t *p, v16 v) { memcpy(p, &v, 16); }
+
+typedef uint64_t u64x2 __attribute__((vector_size(16)));
 
 uint64_t loadBe64(const uint8_t *p) {
   uint64_t v;
@@ -34,11 +36,15 @@ uint64_t loadBe64(const uint8_t *p) {
   return v;
 }
 
-void storeBe64(uint8_t *p, uint64_t v) {
+// The counter block of chunk n, built in a register: one 16-byte store, so
+// the AES call's load of it is forwarded whole.
+inline v16 counterBlock(uint64_t head, uint64_t ivTail, uint64_t n) {
+  uint64_t first = head ^ n;
 #if defined(__BYTE_ORDER__) && __BYTE_ORDER__ == __ORDER_LITTLE_ENDIAN__
-  v = __builtin_bswap64(v);
+  first = __builtin_bswap64(first);
 #endif
-  memcpy(p, &v, 8);
+  u64x2 block = {first, ivTail};
+  return reinterpret_cast<v16 &>(block);
 }
 
 // AES inputs of the slice: per chunk the counter block (the chunk number
@@ -46,18 +52,18 @@ void storeBe64(uint8_t *p, uint64_t v) {
 void buildInputs(const uint8_t iv[16], uint64_t chunk, const uint8_t *in, size_t length,
                  uint8_t *inputs) {
   const uint64_t head = loadBe64(iv);
+  uint64_t ivTail;
+  memcpy(&ivTail, iv + 8, 8);
   const size_t full = length / kChunk;
   for (size_t c = 0; c < full; ++c, ++chunk) {
     uint8_t *w = inputs + c * kChunk;
     const uint8_t *text = in + c * kChunk;
-    storeBe64(w, head ^ chunk);
-    memcpy(w + 8, iv + 8, 8);
+    store(w, counterBlock(head, ivTail, chunk));
     for (size_t j = 0; j < kChunk - 16; j += 16) store(w + 16 + j, load(text + j));
   }
   if (length % kChunk) {
     uint8_t *w = inputs + full * kChunk;
-    storeBe64(w, head ^ chunk);
-    memcpy(w + 8, iv + 8, 8);
+    store(w, counterBlock(head, ivTail, chunk));
     memcpy(w + 16, in + full * kChunk, length % kChunk - 16);
   }
 }
@@ -81,25 +87,24 @@ inline void chain(const uint8_t *e, const uint8_t *in, uint8_t *out, size_t leng
 int nm_keystream_decrypt(EVP_CIPHER_CTX *ctx, const uint8_t iv[16], uint64_t position,
                          const uint8_t *in, uint8_t *out, size_t length) {
   alignas(64) uint8_t scratch[kSliceChunks * kChunk];
-  uint64_t chunk = position / kChunk;
-  for (size_t done = 0; done < length;) {
-    size_t slice = length - done < sizeof scratch ? length - done : sizeof scratch;
-    buildInputs(iv, chunk, in + done, slice, scratch);
+  const uint64_t first = position / kChunk;
+  // Last slice first: the buffer's start, which the caller reads next, is
+  // then the part still in the level-1 cache.
+  const size_t slices = (length + sizeof scratch - 1) / sizeof scratch;
+  int rc = 0;
+  for (size_t i = slices; i-- > 0 && rc == 0;) {
+    const size_t at = i * sizeof scratch;
+    const size_t slice = length - at < sizeof scratch ? length - at : sizeof scratch;
+    buildInputs(iv, first + at / kChunk, in + at, slice, scratch);
     int produced = 0;
     if (EVP_EncryptUpdate(ctx, scratch, &produced, scratch, static_cast<int>(slice)) != 1 ||
         produced != static_cast<int>(slice)) {
-      OPENSSL_cleanse(scratch, sizeof scratch);
-      return 1;
+      rc = 1;
+      break;
     }
-    const size_t full = slice / kChunk;
-    for (size_t c = 0; c < full; ++c)
-      chain(scratch + c * kChunk, in + done + c * kChunk, out + done + c * kChunk, kChunk);
-    if (slice % kChunk)
-      chain(scratch + full * kChunk, in + done + full * kChunk, out + done + full * kChunk,
-            slice % kChunk);
-    done += slice;
-    chunk += full;
+    for (size_t c = 0; c < slice; c += kChunk)
+      chain(scratch + c, in + at + c, out + at + c, slice - c < kChunk ? slice - c : kChunk);
   }
   OPENSSL_cleanse(scratch, sizeof scratch);  // held the keystream's AES outputs
-  return 0;
+  return rc;
 }
