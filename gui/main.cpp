@@ -3,7 +3,7 @@
 // and the event loop, whose result is the exit code.
 #include "Application.h"
 #include "MainWindow.h"
-#include "ScreenshotHook.h"
+#include "DeveloperHooks.h"
 #include "Version.h"
 
 #include <cstring>
@@ -32,7 +32,7 @@ int main(int argc, char **argv)
     auto *app = new Application(argc, argv);
     auto *window = new MainWindow(nullptr);
     window->show();
-    Nmb::Gui::installScreenshotHook(window);
+    Nmb::Gui::installDeveloperHooks(window);
 
     const int code = app->exec();
     delete window;

@@ -4,7 +4,7 @@
 #   main-finished (a batch with one failure), settings, busy, about.
 # Usage: tools/screenshots/take.sh [build-dir] [output-dir]
 # The program grabs its own windows (NM_SCREENSHOT_DIR, see
-# gui/ScreenshotHook.h); settings go to a throw-away folder.
+# gui/DeveloperHooks.h); settings go to a throw-away folder.
 set -euo pipefail
 
 build=${1:-build}

@@ -1,4 +1,4 @@
-#include "ScreenshotHook.h"
+#include "DeveloperHooks.h"
 
 #include "AboutWindow.h"
 #include "BusyDialog.h"
@@ -6,6 +6,7 @@
 #include "SettingsDialog.h"
 
 #include <engine/DecryptManager.h>
+#include <engine/TaskManager.h>
 
 #include <QApplication>
 #include <QLineEdit>
@@ -13,6 +14,8 @@
 #include <QPainter>
 #include <QPushButton>
 #include <QTimer>
+
+#include <cstdio>
 
 namespace {
 
@@ -85,13 +88,30 @@ void batchStep(MainWindow *window, int shots)
     after(40, [window, shots] { batchStep(window, shots); });
 }
 
+void reportWhenLoaded(MainWindow *window)
+{
+    if (TaskManager::instance()->isRunning() || BusyDialog::instance()->isVisible()) {
+        after(20, [window] { reportWhenLoaded(window); });
+        return;
+    }
+    const QStringList pending = DecryptManager::instance()->pendingPaths();
+    QString report = QStringLiteral("title=%1\npending=%2\n").arg(window->windowTitle()).arg(pending.size());
+    for (const QString &path : pending)
+        report += QStringLiteral("path=") + path + QLatin1Char('\n');
+    std::fputs(report.toUtf8().constData(), stdout);
+    std::fflush(stdout);
+    QCoreApplication::exit(0);
+}
+
 } // namespace
 
 namespace Nmb {
 namespace Gui {
 
-void installScreenshotHook(MainWindow *window)
+void installDeveloperHooks(MainWindow *window)
 {
+    if (qEnvironmentVariableIsSet("NM_REPORT_AND_QUIT"))
+        after(0, [window] { reportWhenLoaded(window); });
     if (outputDir().isEmpty())
         return;
     if (qEnvironmentVariable("NM_SCREENSHOT_SCENE") == QLatin1String("batch"))

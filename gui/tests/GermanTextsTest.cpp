@@ -1,0 +1,59 @@
+// With a German system locale the shipped German strings file replaces the
+// English texts of the windows (run with LC_ALL=de_DE.UTF-8).
+#include "BusyDialog.h"
+#include "MainWindow.h"
+#include "SettingsDialog.h"
+
+#include <QTemporaryDir>
+#include <QtTest>
+#include <QtWidgets>
+
+class GermanTextsTest : public QObject
+{
+    Q_OBJECT
+
+private slots:
+    void initTestCase();
+    void visibleTexts_data();
+    void visibleTexts();
+
+private:
+    QTemporaryDir dir;
+    std::unique_ptr<MainWindow> window;
+};
+
+void GermanTextsTest::initTestCase()
+{
+    QVERIFY(dir.isValid());
+    QSettings::setPath(QSettings::NativeFormat, QSettings::UserScope, dir.path());
+    QCOMPARE(QLocale::system().name(), QStringLiteral("de_DE"));
+    window.reset(new MainWindow);
+}
+
+void GermanTextsTest::visibleTexts_data()
+{
+    QTest::addColumn<QString>("shown");
+    QTest::addColumn<QString>("german");
+    auto *w = window.get();
+    QTest::newRow("button") << w->findChild<QPushButton *>("_decryptBtn")->text() << "Entschlüsseln";
+    QTest::newRow("action") << w->findChild<QAction *>("actionOpenFiles")->text() << "Dateien öffnen";
+    QTest::newRow("tool tip") << w->findChild<QAction *>("actionOpenFiles")->toolTip()
+                              << "Datei(en) zum Entschlüsseln auswählen";
+    QTest::newRow("menu") << w->findChild<QMenu *>("menuFile")->title() << "Datei";
+    QTest::newRow("view") << w->findChild<QComboBox *>("_viewComboBox")->itemText(0) << "Neueste";
+    QTest::newRow("status line") << w->findChild<QStatusBar *>()->findChild<QLabel *>()->text()
+                                 << "   Dateien und Ordner hierher ziehen, um mit dem Entschlüsseln zu beginnen...";
+    QTest::newRow("settings") << SettingsDialog::instance()->windowTitle() << "Einstellungen";
+    QTest::newRow("busy") << BusyDialog::instance()->findChild<QLabel *>("_label")->text()
+                          << "Verarbeitung läuft...";
+}
+
+void GermanTextsTest::visibleTexts()
+{
+    QFETCH(QString, shown);
+    QFETCH(QString, german);
+    QCOMPARE(shown, german);
+}
+
+QTEST_MAIN(GermanTextsTest)
+#include "GermanTextsTest.moc"
