@@ -44,6 +44,9 @@ MainWindow::MainWindow(QWidget *parent)
         ui->_phraseTxt->addAction(action);
     qApp->setStyleSheet(QStringLiteral("QStatusBar::item { border: 0px solid black } "));
     setUpTable();
+    // Room for "100%", so the progress bar keeps its width as the count grows.
+    ui->_progressLbl->setMinimumWidth(ui->_progressLbl->fontMetrics().horizontalAdvance(QStringLiteral("100%")));
+    ui->_progressLbl->setAlignment(Qt::AlignRight | Qt::AlignVCenter);
 
     flag = false;
     statusTimer->setInterval(5000);

@@ -1,10 +1,13 @@
 // The main window driven like a user would, against the real engine and
 // real envelopes in a temporary folder.
+#include "Application.h"
 #include "BusyDialog.h"
+#include "SettingsDialog.h"
 #include "GuiTestSupport.h"
 #include "MainWindow.h"
 
 #include <engine/DecryptManager.h>
+#include <engine/TaskManager.h>
 
 #include <QMimeData>
 #include <QTemporaryDir>
@@ -26,6 +29,10 @@ private slots:
     void decryptingDisablesNineActions();
     void dropRefusedWhileDecrypting_data();
     void dropRefusedWhileDecrypting();
+    void threadComboReachesDecryptManager_data();
+    void threadComboReachesDecryptManager();
+    void fileOpenEventLoadsEnvelopesOnly_data();
+    void fileOpenEventLoadsEnvelopesOnly();
     void statusLine_data();
     void statusLine();
     void fullDecryptionAndViews();
@@ -138,6 +145,49 @@ void MainWindowTest::dropRefusedWhileDecrypting()
     QApplication::sendEvent(child<QTableWidget>("_messagesTbl")->viewport(), &event);
     QCOMPARE(event.isAccepted(), accepted);
     button->setChecked(false);
+}
+
+void MainWindowTest::threadComboReachesDecryptManager_data()
+{
+    QTest::addColumn<int>("index");
+    QTest::addColumn<int>("threads");
+    // The live change passes the combo index, not the count it shows.
+    QTest::newRow("8 shown") << 3 << 3;
+    QTest::newRow("4 shown") << 2 << 2;
+    QTest::newRow("1 shown") << 0 << 1;
+}
+
+void MainWindowTest::threadComboReachesDecryptManager()
+{
+    QFETCH(int, index);
+    QFETCH(int, threads);
+    SettingsDialog::instance()->findChild<QComboBox *>("_threadsCombo")->setCurrentIndex(index);
+    QCOMPARE(DecryptManager::instance()->threadsInUse(), threads);
+    SettingsDialog::instance()->findChild<QComboBox *>("_threadsCombo")->setCurrentIndex(0);
+}
+
+void MainWindowTest::fileOpenEventLoadsEnvelopesOnly_data()
+{
+    QTest::addColumn<QString>("name");
+    QTest::addColumn<bool>("handled");
+    QTest::addColumn<int>("pending");
+    QTest::newRow("envelope") << "open/a.nimbra-env" << true << 1;
+    QTest::newRow("plain file") << "open/plain.txt" << true << 0;
+    QTest::newRow("no path") << "" << false << 0;
+}
+
+void MainWindowTest::fileOpenEventLoadsEnvelopesOnly()
+{
+    QFETCH(QString, name);
+    QFETCH(bool, handled);
+    QFETCH(int, pending);
+    QVERIFY(writeEnvelope(dir.path() + "/open/a.nimbra-env", "a", kPassphrase));
+    QVERIFY(writePlainFile(dir.path() + "/open/plain.txt", "plain"));
+
+    QFileOpenEvent event(name.isEmpty() ? QString() : dir.path() + '/' + name);
+    QCOMPARE(QApplication::sendEvent(qApp, &event), handled);
+    QTRY_VERIFY_WITH_TIMEOUT(!TaskManager::instance()->isRunning() && !BusyDialog::instance()->isVisible(), kWait);
+    QCOMPARE(DecryptManager::instance()->pendingCount(), pending);
 }
 
 void MainWindowTest::statusLine_data()
@@ -265,7 +315,7 @@ void MainWindowTest::exitCodes()
 int main(int argc, char **argv)
 {
     int appArgc = 1;
-    QApplication app(appArgc, argv);
+    Application app(appArgc, argv);
     app.setAttribute(Qt::AA_Use96Dpi, true);
     MainWindowTest test;
     return QTest::qExec(&test, argc, argv);
