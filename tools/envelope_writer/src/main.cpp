@@ -15,7 +15,8 @@ namespace {
 const char kUsage[] =
     "usage: nm-envelope-writer [options] (--input FILE | --size N) --passphrase P OUT\n"
     "  --md5                 main slot and key check use MD5 (default SHA-256)\n"
-    "  --slot PASS[:md5]     add a key-slot record that opens with PASS\n"
+    "  --slot PASS[:md5]     add a key-slot record that opens with PASS (an MD5 slot\n"
+    "                        opens only with --md5: the key check uses the main digest)\n"
     "  --unknown TAG:LEN     add a record with an unknown tag (decimal or 0x..)\n"
     "  --magic 1|2           trailer magic version (default 1)\n"
     "  --flag                set the flag bit of every length word\n"
