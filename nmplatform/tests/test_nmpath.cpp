@@ -57,7 +57,6 @@ void TestNmPath::prefix_data()
     QTest::newRow("no share, plain prefix") << QByteArray("//serverwithoutshare") << QByteArray("\\\\?\\\\\\serverwithoutshare");
     QTest::newRow("trailing dots of a segment") << QByteArray("C:/folder../file.txt") << QByteArray("\\\\?\\C:\\folder\\file.txt");
     QTest::newRow("dots at the end") << QByteArray("C:/folder/name...") << QByteArray("\\\\?\\C:\\folder\\name");
-    QTest::newRow("dot inside kept") << QByteArray("C:/folder/a.b.txt") << QByteArray("\\\\?\\C:\\folder\\a.b.txt");
 }
 
 void TestNmPath::prefix()
@@ -74,12 +73,10 @@ void TestNmPath::isUrl_data()
     QTest::addColumn<QByteArray>("path");
     QTest::addColumn<bool>("url");
     QTest::newRow("https") << QByteArray("https://x") << true;
-    QTest::newRow("scheme chars") << QByteArray("svn+ssh.a-b://x") << true;
     QTest::newRow("drive letter") << QByteArray("C://x") << false;
     QTest::newRow("single slash") << QByteArray("ab:/x") << false;
     QTest::newRow("digit first") << QByteArray("1ab://x") << false;
     QTest::newRow("slash before colon") << QByteArray("a/b://x") << false;
-    QTest::newRow("bad char") << QByteArray("a_b://x") << false;
 }
 
 void TestNmPath::isUrl()
@@ -93,7 +90,6 @@ void TestNmPath::utf16_data()
 {
     QTest::addColumn<QByteArray>("utf8");
     QTest::addColumn<uint>("result");
-    QTest::newRow("ascii") << QByteArray("abc") << 0u;
     QTest::newRow("bmp") << QByteArray("\xc3\xa9\xe2\x82\xac") << 0u;
     QTest::newRow("astral") << QByteArray("\xf0\x9f\x98\x80") << 0u;
     QTest::newRow("overlong") << QByteArray("\xc0\xaf") << uint(NM_E_ILLEGAL_UTF);
