@@ -6,13 +6,14 @@
 
 #include <nmcrypto/nmcrypto_dec.h>
 
-#include "ListOpsText.h"
+#include <localization/LocaleText.h>
 
 namespace FileLoading {
 
-const char kEnvelopeSuffix[] = "nimbra-env";
-
 namespace {
+
+// The file suffix that marks an envelope without opening it.
+const char kEnvelopeSuffix[] = "nimbra-env";
 
 // Entries of a folder without links, hidden entries, special files, "." and
 // "..", in the order the file system returns them. Folders are listed
@@ -94,15 +95,15 @@ bool readListFile(const QString &path, QStringList *entries, QString *errorText)
 QString loadSummary(int loaded, int collected)
 {
     const QByteArray count = QByteArray::number(loaded);
-    QString summary = loaded == 1 ? LISTOPS_TEXT("%s file loaded.", count.constData())
-                                  : LISTOPS_TEXT("%s files loaded.", count.constData());
+    QString summary = loaded == 1 ? NM_TR("%s file loaded.", count.constData())
+                                  : NM_TR("%s files loaded.", count.constData());
     const int duplicates = collected - loaded;
     if (duplicates == 0)
         return summary;
     const QByteArray skipped = QByteArray::number(duplicates);
     summary += QLatin1Char(' ');
-    summary += duplicates == 1 ? LISTOPS_TEXT("%s duplicate skipped.", skipped.constData())
-                               : LISTOPS_TEXT("%s duplicates skipped.", skipped.constData());
+    summary += duplicates == 1 ? NM_TR("%s duplicate skipped.", skipped.constData())
+                               : NM_TR("%s duplicates skipped.", skipped.constData());
     return summary;
 }
 

@@ -10,7 +10,7 @@
 #include <engine/FileLoading.h>
 #include <engine/ReloadFailedTask.h>
 
-#include "ListOpsText.h"
+#include <localization/LocaleText.h>
 
 namespace {
 TaskManager *s_instance = nullptr;
@@ -56,7 +56,7 @@ void TaskManager::loadFiles(QStringList files, bool onlyEncrypted)
 {
     if (refuseWhenBusy())
         return;
-    emit started(LISTOPS_TEXT("Loading files..."), true);
+    emit started(NM_TR("Loading files..."), true);
     startOperation(new FileLoadTask(files, onlyEncrypted));
 }
 
@@ -64,7 +64,7 @@ void TaskManager::loadUrls(QList<QUrl> files, bool onlyEncrypted)
 {
     if (refuseWhenBusy())
         return;
-    emit started(LISTOPS_TEXT("Loading files..."), true);
+    emit started(NM_TR("Loading files..."), true);
     startOperation(new FileLoadTask(files, onlyEncrypted));
 }
 
@@ -72,12 +72,12 @@ bool TaskManager::loadFromFile(QString path, bool onlyEncrypted)
 {
     if (refuseWhenBusy())
         return false;
-    emit started(LISTOPS_TEXT("Loading files..."), true);
+    emit started(NM_TR("Loading files..."), true);
     QStringList entries;
     QString reason;
     if (!FileLoading::readListFile(path, &entries, &reason)) {
-        emit error(LISTOPS_TEXT("Could not open file %1$s, for reading. %2$s",
-                                path.toUtf8().constData(), reason.toUtf8().constData()));
+        emit error(NM_TR("Could not open file %1$s, for reading. %2$s",
+                         path.toUtf8().constData(), reason.toUtf8().constData()));
         return false;
     }
     startOperation(new FileLoadTask(entries, onlyEncrypted));
@@ -137,7 +137,7 @@ bool TaskManager::refuseWhenBusy()
 {
     if (!isRunning())
         return false;
-    emit error(LISTOPS_TEXT("A task is in progress, try again later."));
+    emit error(NM_TR("A task is in progress, try again later."));
     return true;
 }
 

@@ -12,20 +12,20 @@
 #include <engine/FileLoading.h>
 #include <engine/ReloadFailedTask.h>
 
-#include "ListOpsText.h"
+#include <localization/LocaleText.h>
 
 // Progress is reported only for entries that exist. A cancel ends the load
 // without a message: onFinished() clears the status line.
 void TaskManager::runFileLoad(FileLoadTask *task)
 {
     if (!task) {
-        emit filesLoaded(LISTOPS_TEXT("Could not load files."));
+        emit filesLoaded(NM_TR("Could not load files."));
         return;
     }
     const QStringList entries = task->entries();
     const int count = entries.size();
     if (count == 0) {
-        emit filesLoaded(LISTOPS_TEXT("No files found."));
+        emit filesLoaded(NM_TR("No files found."));
         return;
     }
     const bool onlyEncrypted = task->onlyEncrypted();
@@ -58,36 +58,36 @@ void TaskManager::runFileLoad(FileLoadTask *task)
 void TaskManager::runClearStatus(ClearStatusTask *task)
 {
     if (!task) {
-        emit statusCleared(LISTOPS_TEXT("No files cleared."));
+        emit statusCleared(NM_TR("No files cleared."));
         return;
     }
     DecryptManager *manager = DecryptManager::instance();
     switch (task->clearedStatus()) {
     case Task::Cancelled:
     case Task::Waiting:
-        emit started(LISTOPS_TEXT("Clearing pending tasks..."), true);
+        emit started(NM_TR("Clearing pending tasks..."), true);
         emit statusCleared(manager->clearPending()
-                               ? LISTOPS_TEXT("All pending tasks cleared.")
-                               : LISTOPS_TEXT("Could not clear pending tasks."));
+                               ? NM_TR("All pending tasks cleared.")
+                               : NM_TR("Could not clear pending tasks."));
         break;
     case Task::Error:
-        emit started(LISTOPS_TEXT("Clearing failed tasks..."), true);
-        emit statusCleared(manager->clearFailed() ? LISTOPS_TEXT("All failed tasks cleared.")
-                                                  : LISTOPS_TEXT("Could not clear failed tasks."));
+        emit started(NM_TR("Clearing failed tasks..."), true);
+        emit statusCleared(manager->clearFailed() ? NM_TR("All failed tasks cleared.")
+                                                  : NM_TR("Could not clear failed tasks."));
         break;
     case Task::Finished:
-        emit started(LISTOPS_TEXT("Clearing finished tasks..."), true);
+        emit started(NM_TR("Clearing finished tasks..."), true);
         emit statusCleared(manager->clearFinished()
-                               ? LISTOPS_TEXT("All finished tasks cleared.")
-                               : LISTOPS_TEXT("Could not clear finished tasks."));
+                               ? NM_TR("All finished tasks cleared.")
+                               : NM_TR("Could not clear finished tasks."));
         break;
     case Task::Cleared:
-        emit started(LISTOPS_TEXT("Clearing all tasks..."), true);
-        emit statusCleared(manager->clearAll() ? LISTOPS_TEXT("All tasks cleared")
-                                               : LISTOPS_TEXT("Could not clear all tasks."));
+        emit started(NM_TR("Clearing all tasks..."), true);
+        emit statusCleared(manager->clearAll() ? NM_TR("All tasks cleared")
+                                               : NM_TR("Could not clear all tasks."));
         break;
     default:
-        emit statusCleared(LISTOPS_TEXT("No files cleared for unknown status."));
+        emit statusCleared(NM_TR("No files cleared for unknown status."));
         break;
     }
 }
@@ -95,25 +95,25 @@ void TaskManager::runClearStatus(ClearStatusTask *task)
 void TaskManager::runReloadFailed(ReloadFailedTask *task)
 {
     if (!task) {
-        emit statusReloadFailedTask(LISTOPS_TEXT("Failed to reload tasks."));
+        emit statusReloadFailedTask(NM_TR("Failed to reload tasks."));
         return;
     }
-    emit started(LISTOPS_TEXT("Reloading failed tasks..."), true);
+    emit started(NM_TR("Reloading failed tasks..."), true);
     DecryptManager *manager = DecryptManager::instance();
     if (!manager->reloadFailed()) {
         emit statusReloadFailedTask(manager->lastMessage());
         return;
     }
-    emit statusReloadFailedTask(LISTOPS_TEXT("Failed Tasks reloaded."));
+    emit statusReloadFailedTask(NM_TR("Failed Tasks reloaded."));
 }
 
 void TaskManager::runDeleteEncrypted(DeleteEncryptedTask *task)
 {
     if (!task)
         return;
-    emit started(LISTOPS_TEXT("Deleting encrypted source files..."), true);
+    emit started(NM_TR("Deleting encrypted source files..."), true);
     const bool allDeleted = DecryptManager::instance()->deleteEncrypted();
-    emit statusMessage(allDeleted ? LISTOPS_TEXT("Encrypted source files deleted from finished tasks.")
-                                  : LISTOPS_TEXT("Not all encrypted files could be deleted."),
+    emit statusMessage(allDeleted ? NM_TR("Encrypted source files deleted from finished tasks.")
+                                  : NM_TR("Not all encrypted files could be deleted."),
                        false);
 }

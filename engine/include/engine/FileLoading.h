@@ -19,9 +19,6 @@ namespace FileLoading {
 // Asked between entries of a walk; true stops the walk.
 using CancelTest = std::function<bool()>;
 
-// The file suffix that marks an envelope without opening it.
-extern const char kEnvelopeSuffix[];
-
 // An existing regular file (links followed) whose suffix is exactly
 // "nimbra-env", or whose content the envelope probe accepts.
 bool isEnvelope(const QString &path);
