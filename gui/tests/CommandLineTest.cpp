@@ -1,7 +1,7 @@
 // The program's command line, run as a real process on real files: the
-// windowless modes with their exit codes, and what the window-starting forms
-// load and how they title the window (NM_REPORT_AND_QUIT makes the program
-// print that once its loading has ended, then quit).
+// windowless modes of nimbra-crypt with their exit codes and output, and what
+// the window-starting forms load and how they title the window (its twin
+// nimbra-crypt-report prints that once the loading has ended, then quits).
 #include "GuiTestSupport.h"
 
 #include <QProcess>
@@ -13,14 +13,12 @@ class CommandLineTest : public QObject
 
 private slots:
     void initTestCase();
-    void windowlessModes_data();
-    void windowlessModes();
-    void windowModes_data();
-    void windowModes();
+    void modes_data();
+    void modes();
 
 private:
-    QStringList expand(const QStringList &args) const;
-    QProcess *run(const QStringList &args, bool report);
+    // "{x}" stands for <temporary folder>/x.
+    QStringList expand(QStringList texts) const { return texts.replaceInStrings("{", dir.path() + '/').replaceInStrings("}", ""); }
 
     QTemporaryDir dir;
     QTemporaryDir config;
@@ -38,104 +36,61 @@ void CommandLineTest::initTestCase()
     QVERIFY(writePlainFile(d + "/list-without.txt", (d + "/without/notes.txt\n").toUtf8()));
 }
 
-// "{x}" stands for <temporary folder>/x.
-QStringList CommandLineTest::expand(const QStringList &args) const
+void CommandLineTest::modes_data()
 {
-    QStringList out;
-    for (QString arg : args)
-        out << arg.replace(QLatin1Char('{'), dir.path() + QLatin1Char('/')).remove(QLatin1Char('}'));
-    return out;
+    QTest::addColumn<bool>("window");
+    QTest::addColumn<QStringList>("args");
+    QTest::addColumn<int>("exitCode"); // -1 reads 255
+    QTest::addColumn<QStringList>("output"); // lines, in any order
+    const QStringList version{"Orn Nimbra Crypt 4.1.2.91"};
+    const QString title = QStringLiteral("title=Orn Nimbra Crypt");
+    const QString a = QStringLiteral("path={with/a.txt.nimbra-env}");
+
+    QTest::newRow("-v") << false << QStringList{"-v"} << 0 << version;
+    QTest::newRow("--version, more") << false << QStringList{"--version", "x", "y"} << 0 << version;
+    QTest::newRow("-test alone") << false << QStringList{"-test"} << 255 << QStringList();
+    QTest::newRow("-test, no envelope") << false << QStringList{"-test", "{without}"} << 255 << QStringList();
+    QTest::newRow("-test, two paths") << false << QStringList{"-test", "{without}", "{deep}"} << 0 << QStringList();
+    QTest::newRow("-test-list hit") << false << QStringList{"-test-list", "{list-with.txt}"} << 0 << QStringList();
+    QTest::newRow("-test-list miss") << false << QStringList{"-test-list", "{list-without.txt}"} << 255 << QStringList();
+    QTest::newRow("-test-list, two") << false << QStringList{"-test-list", "{list-with.txt}", "x"} << 255 << QStringList();
+    QTest::newRow("-file-list alone") << false << QStringList{"-file-list"} << 255 << QStringList();
+    QTest::newRow("-file-list, two") << false << QStringList{"-file-list", "{list-with.txt}", "x"} << 255 << QStringList();
+    QTest::newRow("-file-list unreadable") << false << QStringList{"-file-list", "{nothing}"} << 255 << QStringList();
+
+    QTest::newRow("no arguments") << true << QStringList() << 0 << QStringList{title};
+    QTest::newRow("one folder: envelopes, title suffix")
+        << true << QStringList{"{with}"} << 0 << QStringList{title + " - {with}", a};
+    QTest::newRow("two paths: no suffix")
+        << true << QStringList{"{with}", "{deep}"} << 0 << QStringList{title, a, "path={deep/er/b.nimbra-env}"};
+    QTest::newRow("* loads every file of the current folder")
+        << true << QStringList{"*"} << 0 << QStringList{title, a, "path={with/notes.txt}"};
+    QTest::newRow("-file-list") << true << QStringList{"-file-list", "{list-with.txt}"} << 0 << QStringList{title, a};
+    QTest::newRow("unknown option is a path") << true << QStringList{"-V"} << 0 << QStringList{title + " - -V"};
 }
 
-QProcess *CommandLineTest::run(const QStringList &args, bool report)
+void CommandLineTest::modes()
 {
-    auto *process = new QProcess(this);
+    QFETCH(bool, window);
+    QFETCH(QStringList, args);
+    QFETCH(int, exitCode);
+    QFETCH(QStringList, output);
+    QProcess process;
     QProcessEnvironment env = QProcessEnvironment::systemEnvironment();
     env.insert(QStringLiteral("QT_QPA_PLATFORM"), QStringLiteral("offscreen"));
     env.insert(QStringLiteral("XDG_CONFIG_HOME"), config.path());
-    if (report)
-        env.insert(QStringLiteral("NM_REPORT_AND_QUIT"), QStringLiteral("1"));
-    process->setProcessEnvironment(env);
-    process->setWorkingDirectory(dir.path() + QStringLiteral("/with"));
-    process->start(QCoreApplication::applicationDirPath() + QStringLiteral("/nimbra-crypt"), args);
-    process->waitForFinished(120000);
-    return process;
-}
-
-void CommandLineTest::windowlessModes_data()
-{
-    QTest::addColumn<QStringList>("args");
-    QTest::addColumn<int>("exitCode"); // -1 reads 255
-    QTest::addColumn<QByteArray>("output");
-    const QByteArray version = "Orn Nimbra Crypt 4.1.2.91\n";
-
-    QTest::newRow("-v") << QStringList{"-v"} << 0 << version;
-    QTest::newRow("--version with more") << QStringList{"--version", "x", "y"} << 0 << version;
-    QTest::newRow("-test alone") << QStringList{"-test"} << 255 << QByteArray();
-    QTest::newRow("-test no envelope") << QStringList{"-test", "{without}"} << 255 << QByteArray();
-    QTest::newRow("-test second path") << QStringList{"-test", "{without}", "{deep}"} << 0 << QByteArray();
-    QTest::newRow("-test file") << QStringList{"-test", "{with/a.txt.nimbra-env}"} << 0 << QByteArray();
-    QTest::newRow("-test missing") << QStringList{"-test", "{nothing}"} << 255 << QByteArray();
-    QTest::newRow("-test-list hit") << QStringList{"-test-list", "{list-with.txt}"} << 0 << QByteArray();
-    QTest::newRow("-test-list miss") << QStringList{"-test-list", "{list-without.txt}"} << 255 << QByteArray();
-    QTest::newRow("-test-list alone") << QStringList{"-test-list"} << 255 << QByteArray();
-    QTest::newRow("-test-list two") << QStringList{"-test-list", "{list-with.txt}", "x"} << 255 << QByteArray();
-    QTest::newRow("-test-list unreadable") << QStringList{"-test-list", "{nothing}"} << 255 << QByteArray();
-    QTest::newRow("-file-list alone") << QStringList{"-file-list"} << 255 << QByteArray();
-    QTest::newRow("-file-list two") << QStringList{"-file-list", "{list-with.txt}", "x"} << 255 << QByteArray();
-    QTest::newRow("-file-list unreadable") << QStringList{"-file-list", "{nothing}"} << 255 << QByteArray();
-}
-
-void CommandLineTest::windowlessModes()
-{
-    QFETCH(QStringList, args);
-    QFETCH(int, exitCode);
-    QFETCH(QByteArray, output);
-    QProcess *process = run(expand(args), false);
-    QCOMPARE(process->exitStatus(), QProcess::NormalExit);
-    QCOMPARE(process->exitCode(), exitCode);
-    QCOMPARE(process->readAllStandardOutput(), output);
-}
-
-void CommandLineTest::windowModes_data()
-{
-    QTest::addColumn<QStringList>("args");
-    QTest::addColumn<QString>("title");
-    QTest::addColumn<QStringList>("pending");
-    const QString plain = QStringLiteral("Orn Nimbra Crypt");
-
-    QTest::newRow("no arguments") << QStringList() << plain << QStringList();
-    QTest::newRow("one folder: envelopes only, title suffix")
-        << QStringList{"{with}"} << plain + " - {with}" << QStringList{"{with/a.txt.nimbra-env}"};
-    QTest::newRow("several paths: no suffix")
-        << QStringList{"{with}", "{deep}"} << plain
-        << QStringList{"{with/a.txt.nimbra-env}", "{deep/er/b.nimbra-env}"};
-    QTest::newRow("* loads every file of the current folder")
-        << QStringList{"*"} << plain << QStringList{"{with/a.txt.nimbra-env}", "{with/notes.txt}"};
-    QTest::newRow("-file-list") << QStringList{"-file-list", "{list-with.txt}"} << plain
-                                << QStringList{"{with/a.txt.nimbra-env}"};
-    QTest::newRow("unknown option is a path") << QStringList{"-V"} << plain + " - -V" << QStringList();
-}
-
-void CommandLineTest::windowModes()
-{
-    QFETCH(QStringList, args);
-    QFETCH(QString, title);
-    QFETCH(QStringList, pending);
-    QProcess *process = run(expand(args), true);
-    QCOMPARE(process->exitCode(), 0);
-
-    const QStringList lines = QString::fromUtf8(process->readAllStandardOutput()).split('\n', Qt::SkipEmptyParts);
-    QStringList paths;
-    for (const QString &line : lines) {
-        if (line.startsWith(QLatin1String("path=")))
-            paths << line.mid(5);
-    }
-    paths.sort();
-    QStringList expected = expand(pending);
-    expected.sort();
-    QVERIFY2(lines.contains("title=" + expand({title}).first()), qPrintable(lines.join(" | ")));
-    QCOMPARE(paths, expected);
+    process.setProcessEnvironment(env);
+    process.setWorkingDirectory(dir.path() + QStringLiteral("/with"));
+    const QString program = window ? QStringLiteral("/nimbra-crypt-report") : QStringLiteral("/nimbra-crypt");
+    process.start(QCoreApplication::applicationDirPath() + program, expand(args));
+    QVERIFY(process.waitForFinished(120000));
+    QCOMPARE(process.exitStatus(), QProcess::NormalExit);
+    QCOMPARE(process.exitCode(), exitCode);
+    QStringList lines = QString::fromUtf8(process.readAllStandardOutput()).split('\n', Qt::SkipEmptyParts);
+    lines.sort();
+    output = expand(output);
+    output.sort();
+    QCOMPARE(lines, output);
 }
 
 QTEST_MAIN(CommandLineTest)

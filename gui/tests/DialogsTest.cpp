@@ -1,14 +1,11 @@
-// The busy dialog's ways out, the About box's texts and colours, and the
-// passphrase field's focus handling.
+// The settings dialog against a real settings file (what it loads, with its
+// order-of-construction quirks, and what OK, Cancel, closing and opening
+// write), the busy dialog's ways out and the About box's version line.
 #include "AboutWindow.h"
 #include "BusyDialog.h"
-#include "NmQLineEdit.h"
-#include "Version.h"
+#include "SettingsDialog.h"
 
-#include <QApplication>
-#include <QFocusEvent>
-#include <QSignalSpy>
-#include <QTimer>
+#include <QTemporaryDir>
 #include <QtTest>
 #include <QtWidgets>
 
@@ -18,129 +15,135 @@ class DialogsTest : public QObject
 
 private slots:
     void initTestCase();
-    void busyDialogWaysOut_data();
-    void busyDialogWaysOut();
-    void busyDialogSecondAnnouncementOnlyUpdates();
-    void aboutTexts();
-    void aboutCopyrightColour_data();
-    void aboutCopyrightColour();
-    void lineEditFocusKeepsTextAndSelection_data();
-    void lineEditFocusKeepsTextAndSelection();
+    void init() { QSettings().clear(); }
+    void settingsLoad_data();
+    void settingsLoad();
+    void settingsWaysOut_data();
+    void settingsWaysOut();
+    void busyWaysOut_data();
+    void busyWaysOut();
+    void aboutVersion();
+
+private:
+    QVariant stored(const char *key) { return QSettings().value(QLatin1String(key)); }
+
+    QTemporaryDir dir;
 };
 
 void DialogsTest::initTestCase()
 {
-    QCoreApplication::setApplicationName(QStringLiteral(NM_APPLICATION_NAME));
+    QVERIFY(dir.isValid());
+    QSettings::setPath(QSettings::NativeFormat, QSettings::UserScope, dir.path());
+    QCoreApplication::setOrganizationName(QStringLiteral("Nimbra"));
+    QCoreApplication::setApplicationName(QStringLiteral("Orn Nimbra Crypt"));
 }
 
-void DialogsTest::busyDialogWaysOut_data()
+void DialogsTest::settingsLoad_data()
 {
-    QTest::addColumn<QString>("way");
+    QTest::addColumn<QVariant>("deleteEncrypted");
+    QTest::addColumn<QVariant>("threadIndex");
+    // The combo is refilled after loading, so it always starts at "1".
+    QTest::newRow("nothing stored") << QVariant() << QVariant();
+    QTest::newRow("8 threads stored") << QVariant() << QVariant(3);
+    QTest::newRow("index out of range") << QVariant() << QVariant(7);
+    QTest::newRow("delete stored") << QVariant(true) << QVariant(1);
+}
+
+void DialogsTest::settingsLoad()
+{
+    QFETCH(QVariant, deleteEncrypted);
+    QFETCH(QVariant, threadIndex);
+    if (deleteEncrypted.isValid())
+        QSettings().setValue(QStringLiteral("settings/deleteEncrypted"), deleteEncrypted);
+    if (threadIndex.isValid())
+        QSettings().setValue(QStringLiteral("settings/threadIndex"), threadIndex);
+    SettingsDialog dialog;
+    QCOMPARE(dialog.deleteEncrypted(), deleteEncrypted.toBool());
+    QCOMPARE(dialog.numThreads(), 1);
+    dialog.show(); // opening writes what it shows
+    QCOMPARE(stored("settings/threadIndex"), QVariant(0));
+    QCOMPARE(stored("settings/deleteEncrypted"), QVariant(deleteEncrypted.toBool()));
+}
+
+void DialogsTest::settingsWaysOut_data()
+{
+    QTest::addColumn<bool>("saved");
+    QTest::newRow("ok") << true;
+    QTest::newRow("cancel") << false;
+    QTest::newRow("escape") << false;
+    QTest::newRow("close") << false;
+}
+
+void DialogsTest::settingsWaysOut()
+{
+    QFETCH(bool, saved);
+    const QString way = QTest::currentDataTag();
+    SettingsDialog dialog;
+    dialog.show();
+    dialog.findChild<QComboBox *>(QStringLiteral("_threadsCombo"))->setCurrentIndex(2);
+    dialog.findChild<QCheckBox *>(QStringLiteral("_deleteEncryptedCheck"))->setChecked(true);
+    auto *box = dialog.findChild<QDialogButtonBox *>(QStringLiteral("buttonBox"));
+    if (way == "ok" || way == "cancel")
+        box->button(way == "ok" ? QDialogButtonBox::Ok : QDialogButtonBox::Cancel)->click();
+    else if (way == "escape")
+        QTest::keyClick(&dialog, Qt::Key_Escape);
+    else
+        dialog.close();
+    QVERIFY(!dialog.isVisible());
+    QCOMPARE(dialog.numThreads(), saved ? 4 : 1);
+    QCOMPARE(dialog.deleteEncrypted(), saved);
+    QCOMPARE(stored("settings/threadIndex"), QVariant(saved ? 2 : 0));
+    QCOMPARE(stored("settings/deleteEncrypted"), QVariant(saved));
+}
+
+void DialogsTest::busyWaysOut_data()
+{
     QTest::addColumn<bool>("showCancel");
     QTest::addColumn<int>("cancelled");
-
-    QTest::newRow("cancel button") << "button" << true << 1;
-    QTest::newRow("escape without cancel button") << "escape" << false << 1;
-    QTest::newRow("close button") << "close" << true << 1;
-    QTest::newRow("operation ended") << "accept" << true << 0;
+    QTest::newRow("cancel button") << true << 1;
+    QTest::newRow("escape") << false << 1;
+    QTest::newRow("close") << true << 1;
+    QTest::newRow("finished") << true << 0;
+    // A second announcement while it runs only changes what it shows.
+    QTest::newRow("Cancelling...") << false << 0;
 }
 
-void DialogsTest::busyDialogWaysOut()
+void DialogsTest::busyWaysOut()
 {
-    QFETCH(QString, way);
     QFETCH(bool, showCancel);
     QFETCH(int, cancelled);
-
+    const QString way = QTest::currentDataTag();
     BusyDialog dialog;
     QSignalSpy spy(&dialog, &BusyDialog::cancelled);
-    QString shownText;
+    auto *button = dialog.findChild<QPushButton *>(QStringLiteral("_cancelBtn"));
+    QString shown;
     bool buttonShown = !showCancel;
     QTimer::singleShot(0, &dialog, [&] {
-        shownText = dialog.findChild<QLabel *>(QStringLiteral("_label"))->text();
-        auto *button = dialog.findChild<QPushButton *>(QStringLiteral("_cancelBtn"));
+        if (way == "Cancelling...")
+            dialog.execute(way, false);
+        shown = dialog.findChild<QLabel *>(QStringLiteral("_label"))->text();
         buttonShown = button->isVisible();
-        if (way == QLatin1String("button"))
+        if (way == "cancel button")
             QTest::mouseClick(button, Qt::LeftButton);
-        else if (way == QLatin1String("escape"))
+        else if (way == "escape")
             QTest::keyClick(&dialog, Qt::Key_Escape);
-        else if (way == QLatin1String("close"))
+        else if (way == "close")
             dialog.close();
         else
             dialog.accept();
     });
-    dialog.execute(QStringLiteral("Loading files..."), showCancel);
-
-    QCOMPARE(shownText, QStringLiteral("Loading files..."));
+    dialog.execute(QStringLiteral("Loading files..."), showCancel || way == "Cancelling...");
+    QCOMPARE(shown, way == "Cancelling..." ? way : QStringLiteral("Loading files..."));
     QCOMPARE(buttonShown, showCancel);
     QCOMPARE(spy.count(), cancelled);
     QVERIFY(!dialog.isVisible());
 }
 
-void DialogsTest::busyDialogSecondAnnouncementOnlyUpdates()
-{
-    BusyDialog dialog;
-    QString textAfter;
-    bool buttonAfter = true;
-    QTimer::singleShot(0, &dialog, [&] {
-        dialog.execute(QStringLiteral("Cancelling..."), false);
-        textAfter = dialog.findChild<QLabel *>(QStringLiteral("_label"))->text();
-        buttonAfter = dialog.findChild<QPushButton *>(QStringLiteral("_cancelBtn"))->isVisible();
-        dialog.accept();
-    });
-    dialog.execute(QStringLiteral("Loading files..."), true);
-    QCOMPARE(textAfter, QStringLiteral("Cancelling..."));
-    QVERIFY(!buttonAfter);
-}
-
-void DialogsTest::aboutTexts()
+void DialogsTest::aboutVersion()
 {
     AboutWindow about;
-    QCOMPARE(about.findChild<QLabel *>(QStringLiteral("versionLbl"))->text(),
-             QStringLiteral("Release (4.1.2.91)"));
+    QCOMPARE(about.findChild<QLabel *>(QStringLiteral("versionLbl"))->text(), QStringLiteral("Release (4.1.2.91)"));
     QCOMPARE(about.windowTitle(), QStringLiteral("About - Orn Nimbra Crypt"));
-    QVERIFY(!about.windowIcon().isNull());
-}
-
-void DialogsTest::aboutCopyrightColour_data()
-{
-    QTest::addColumn<QColor>("background");
-    QTest::addColumn<QString>("styleSheet");
-    QTest::newRow("dark theme") << QColor(Qt::black) << "QLabel {color:rgb(208,208,208)}";
-    QTest::newRow("light theme") << QColor(Qt::white) << "";
-}
-
-void DialogsTest::aboutCopyrightColour()
-{
-    QFETCH(QColor, background);
-    QFETCH(QString, styleSheet);
-    const QPalette saved = QApplication::palette();
-    QPalette palette = saved;
-    palette.setColor(QPalette::Window, background);
-    QApplication::setPalette(palette);
-    AboutWindow about;
-    QApplication::setPalette(saved);
-    QCOMPARE(about.findChild<QLabel *>(QStringLiteral("label_3"))->styleSheet(), styleSheet);
-}
-
-void DialogsTest::lineEditFocusKeepsTextAndSelection_data()
-{
-    QTest::addColumn<int>("reason");
-    QTest::newRow("mouse") << int(Qt::MouseFocusReason);
-    QTest::newRow("keyboard") << int(Qt::TabFocusReason);
-}
-
-void DialogsTest::lineEditFocusKeepsTextAndSelection()
-{
-    QFETCH(int, reason);
-    Nmb::Gui::NmQLineEdit edit;
-    edit.setText(QStringLiteral("secret words"));
-    edit.setSelection(0, 6);
-    // (The accessibility announcement itself needs a platform bridge, which
-    // the offscreen platform lacks.)
-    QFocusEvent in(QEvent::FocusIn, Qt::FocusReason(reason));
-    QApplication::sendEvent(&edit, &in);
-    QCOMPARE(edit.text(), QStringLiteral("secret words"));
-    QCOMPARE(edit.selectedText(), QStringLiteral("secret"));
 }
 
 QTEST_MAIN(DialogsTest)

@@ -19,7 +19,7 @@ private slots:
 
 private:
     QTemporaryDir dir;
-    std::unique_ptr<MainWindow> window;
+    std::unique_ptr<MainWindow> w;
 };
 
 void GermanTextsTest::initTestCase()
@@ -27,14 +27,13 @@ void GermanTextsTest::initTestCase()
     QVERIFY(dir.isValid());
     QSettings::setPath(QSettings::NativeFormat, QSettings::UserScope, dir.path());
     QCOMPARE(QLocale::system().name(), QStringLiteral("de_DE"));
-    window.reset(new MainWindow);
+    w.reset(new MainWindow);
 }
 
 void GermanTextsTest::visibleTexts_data()
 {
     QTest::addColumn<QString>("shown");
     QTest::addColumn<QString>("german");
-    auto *w = window.get();
     QTest::newRow("button") << w->findChild<QPushButton *>("_decryptBtn")->text() << "Entschlüsseln";
     QTest::newRow("action") << w->findChild<QAction *>("actionOpenFiles")->text() << "Dateien öffnen";
     QTest::newRow("tool tip") << w->findChild<QAction *>("actionOpenFiles")->toolTip()
@@ -44,8 +43,7 @@ void GermanTextsTest::visibleTexts_data()
     QTest::newRow("status line") << w->findChild<QStatusBar *>()->findChild<QLabel *>()->text()
                                  << "   Dateien und Ordner hierher ziehen, um mit dem Entschlüsseln zu beginnen...";
     QTest::newRow("settings") << SettingsDialog::instance()->windowTitle() << "Einstellungen";
-    QTest::newRow("busy") << BusyDialog::instance()->findChild<QLabel *>("_label")->text()
-                          << "Verarbeitung läuft...";
+    QTest::newRow("busy") << BusyDialog::instance()->findChild<QLabel *>("_label")->text() << "Verarbeitung läuft...";
 }
 
 void GermanTextsTest::visibleTexts()

@@ -1,14 +1,13 @@
-// Helpers shared by the window tests: envelopes on disk and answers to the
-// window's modal questions.
+// Helpers shared by the window tests: files on disk, a throw-away settings
+// store and answers to the window's modal questions.
 #pragma once
 
 #include <envelope_writer/EnvelopeWriter.h>
 
 #include <QApplication>
-#include <QDir>
-#include <QFile>
 #include <QMessageBox>
 #include <QPushButton>
+#include <QSettings>
 #include <QTimer>
 #include <QtTest>
 
@@ -27,30 +26,33 @@ inline bool writePlainFile(const QString &path, const QByteArray &content)
     return file.open(QIODevice::WriteOnly) && file.write(content) == content.size();
 }
 
+// Keys the settings store as the program does, kept in folder.
+inline void useSettingsIn(const QString &folder)
+{
+    QSettings::setPath(QSettings::NativeFormat, QSettings::UserScope, folder);
+    QCoreApplication::setOrganizationName(QStringLiteral("Nimbra"));
+    QCoreApplication::setApplicationName(QStringLiteral("Orn Nimbra Crypt"));
+}
+
 // Answers every modal message box that opens while it lives with button,
 // and remembers the questions asked.
 class QuestionAnswerer : public QObject
 {
 public:
     explicit QuestionAnswerer(QMessageBox::StandardButton button)
-        : answer(button)
     {
-        connect(&timer, &QTimer::timeout, this, [this] { answerOpenQuestion(); });
+        connect(&timer, &QTimer::timeout, this, [this, button] {
+            auto *box = qobject_cast<QMessageBox *>(QApplication::activeModalWidget());
+            if (box && box->isVisible() && box->button(button)) {
+                questions << box->text();
+                box->button(button)->click();
+            }
+        });
         timer.start(10);
     }
 
     QStringList questions;
 
 private:
-    void answerOpenQuestion()
-    {
-        auto *box = qobject_cast<QMessageBox *>(QApplication::activeModalWidget());
-        if (!box || !box->isVisible() || !box->button(answer))
-            return;
-        questions << box->text();
-        box->button(answer)->click();
-    }
-
-    QMessageBox::StandardButton answer;
     QTimer timer;
 };

@@ -3,13 +3,13 @@
 #   main-empty, main-batch (mid-batch), main-finished-question and
 #   main-finished (a batch with one failure), settings, busy, about.
 # Usage: tools/screenshots/take.sh [build-dir] [output-dir]
-# The program grabs its own windows (NM_SCREENSHOT_DIR, see
-# gui/DeveloperHooks.h); settings go to a throw-away folder.
+# nimbra-crypt-shots (the program with a scripted scene, Shots.cpp) grabs
+# its own windows; settings go to a throw-away folder.
 set -euo pipefail
 
 build=${1:-build}
 out=${2:-$build/screenshots}
-program="$build/bin/nimbra-crypt"
+program="$build/bin/nimbra-crypt-shots"
 writer="$build/bin/nm-envelope-writer"
 command -v xvfb-run >/dev/null || { echo "take.sh: xvfb-run is missing (apt-get install xvfb xauth)" >&2; exit 1; }
 for tool in "$program" "$writer"; do
@@ -28,11 +28,9 @@ done
 "$writer" --size 2000000 --passphrase "another passphrase" "$work/envelopes/from-someone-else.doc.nimbra-env" >/dev/null
 
 run_scene() {
-  XDG_CONFIG_HOME="$work/config" NM_SCREENSHOT_DIR="$out" NM_SCREENSHOT_SCENE="$1" \
-    NM_SCREENSHOT_PASSPHRASE="$passphrase" \
-    xvfb-run -a -s "-screen 0 1280x900x24" timeout 120 "$program" "${@:2}"
+  XDG_CONFIG_HOME="$work/config" xvfb-run -a -s "-screen 0 1280x900x24" timeout 120 "$program" "$@"
 }
 
-run_scene dialogs
-run_scene batch "$work/envelopes" || true  # leaves with the failed batch's exit code
+run_scene dialogs "$out"
+run_scene batch "$out" "$passphrase" "$work/envelopes"
 ls -1 "$out"/*.png

@@ -1,12 +1,17 @@
-#include "DeveloperHooks.h"
-
-#include "AboutWindow.h"
-#include "BusyDialog.h"
-#include "MainWindow.h"
-#include "SettingsDialog.h"
+// The program, started as usual, with a scripted scene that photographs its
+// windows (QWidget::grab) into a folder and then quits:
+//   nimbra-crypt-shots dialogs OUT-DIR
+//       the empty window, the settings, busy and About dialogs;
+//   nimbra-crypt-shots batch OUT-DIR PASSPHRASE FOLDER
+//       loads FOLDER, types PASSPHRASE, presses Decrypt and photographs the
+//       window mid-batch, with the end-of-batch question and at the end.
+#include <AboutWindow.h>
+#include <BusyDialog.h>
+#include <MainWindow.h>
+#include <Program.h>
+#include <SettingsDialog.h>
 
 #include <engine/DecryptManager.h>
-#include <engine/TaskManager.h>
 
 #include <QApplication>
 #include <QLineEdit>
@@ -16,15 +21,14 @@
 #include <QTimer>
 
 #include <cstdio>
+#include <cstring>
 
 namespace {
 
-QString outputDir()
-{
-    return qEnvironmentVariable("NM_SCREENSHOT_DIR");
-}
+QString outputDir;
+QString passphrase;
 
-// The window with any visible dialog drawn over it where the screen shows it.
+// The window with a dialog drawn over it where the screen shows it.
 void save(QWidget *window, const QString &name, QWidget *over = nullptr)
 {
     QPixmap shot = window->grab();
@@ -32,7 +36,9 @@ void save(QWidget *window, const QString &name, QWidget *over = nullptr)
         QPainter painter(&shot);
         painter.drawPixmap(over->geometry().topLeft() - window->geometry().topLeft(), over->grab());
     }
-    shot.save(outputDir() + QLatin1Char('/') + name + QStringLiteral(".png"));
+    const QString path = outputDir + QLatin1Char('/') + name + QStringLiteral(".png");
+    if (!shot.save(path))
+        std::fprintf(stderr, "nimbra-crypt-shots: cannot write %s\n", qPrintable(path));
 }
 
 void after(int ms, const std::function<void()> &step)
@@ -45,10 +51,10 @@ void dialogsScene(MainWindow *window)
     after(800, [window] {
         save(window, QStringLiteral("main-empty"));
         SettingsDialog::instance()->show();
-        after(300, [window] {
+        after(300, [] {
             save(SettingsDialog::instance(), QStringLiteral("settings"));
             SettingsDialog::instance()->reject();
-            after(300, [window] {
+            after(300, [] {
                 after(300, [] {
                     save(BusyDialog::instance(), QStringLiteral("busy"));
                     BusyDialog::instance()->accept();
@@ -64,14 +70,14 @@ void dialogsScene(MainWindow *window)
     });
 }
 
+// Polls the window until each picture's moment has come.
 void batchStep(MainWindow *window, int shots)
 {
     DecryptManager *manager = DecryptManager::instance();
     auto *button = window->findChild<QPushButton *>(QStringLiteral("_decryptBtn"));
     auto *box = window->findChild<QMessageBox *>();
     if (shots == 0 && button->isEnabled() && !button->isChecked()) {
-        window->findChild<QLineEdit *>(QStringLiteral("_phraseTxt"))
-            ->setText(qEnvironmentVariable("NM_SCREENSHOT_PASSPHRASE"));
+        window->findChild<QLineEdit *>(QStringLiteral("_phraseTxt"))->setText(passphrase);
         button->click();
     } else if (shots == 0 && manager->finishedCount() >= 2 && manager->runningCount() > 0) {
         save(window, QStringLiteral("main-batch"));
@@ -88,37 +94,30 @@ void batchStep(MainWindow *window, int shots)
     after(40, [window, shots] { batchStep(window, shots); });
 }
 
-void reportWhenLoaded(MainWindow *window)
+int usage()
 {
-    if (TaskManager::instance()->isRunning() || BusyDialog::instance()->isVisible()) {
-        after(20, [window] { reportWhenLoaded(window); });
-        return;
-    }
-    const QStringList pending = DecryptManager::instance()->pendingPaths();
-    QString report = QStringLiteral("title=%1\npending=%2\n").arg(window->windowTitle()).arg(pending.size());
-    for (const QString &path : pending)
-        report += QStringLiteral("path=") + path + QLatin1Char('\n');
-    std::fputs(report.toUtf8().constData(), stdout);
-    std::fflush(stdout);
-    QCoreApplication::exit(0);
+    std::fputs("usage: nimbra-crypt-shots dialogs OUT-DIR\n"
+               "       nimbra-crypt-shots batch OUT-DIR PASSPHRASE FOLDER\n",
+               stderr);
+    return 2;
 }
 
 } // namespace
 
-namespace Nmb {
-namespace Gui {
-
-void installDeveloperHooks(MainWindow *window)
+int main(int argc, char **argv)
 {
-    if (qEnvironmentVariableIsSet("NM_REPORT_AND_QUIT"))
-        after(0, [window] { reportWhenLoaded(window); });
-    if (outputDir().isEmpty())
-        return;
-    if (qEnvironmentVariable("NM_SCREENSHOT_SCENE") == QLatin1String("batch"))
-        after(800, [window] { batchStep(window, 0); });
-    else
-        dialogsScene(window);
+    const bool batch = argc == 5 && std::strcmp(argv[1], "batch") == 0;
+    if (!batch && !(argc == 3 && std::strcmp(argv[1], "dialogs") == 0))
+        return usage();
+    outputDir = QString::fromLocal8Bit(argv[2]);
+    // The program sees only the folder to load, as if started on it.
+    char *programArgs[] = {argv[0], batch ? argv[4] : nullptr, nullptr};
+    if (batch)
+        passphrase = QString::fromLocal8Bit(argv[3]);
+    return runProgram(batch ? 2 : 1, programArgs, [batch](MainWindow *window) {
+        if (batch)
+            after(800, [window] { batchStep(window, 0); });
+        else
+            dialogsScene(window);
+    });
 }
-
-} // namespace Gui
-} // namespace Nmb
