@@ -18,13 +18,27 @@ namespace {
 
 std::atomic<bool> g_alignmentWarned{false};
 
+const uint64_t kChunk = NM_KEYSTREAM_CHUNK;
+
 uint64_t roundUp16(uint64_t n) { return (n + 15) & ~static_cast<uint64_t>(15); }
 
-// Decrypts length bytes (a multiple of 16) at the stream position.
-bool decryptBlocks(nm_crypto_dec_t *dec, const uint8_t *in, uint8_t *out, size_t length) {
+// Decrypts length bytes (a multiple of 16) from the work buffer at offset at
+// (a chunk boundary) into out.
+bool decryptAt(nm_crypto_dec_t *dec, uint64_t at, uint8_t *out, size_t length) {
+  const uint8_t *in = dec->buffer + at;
   if ((reinterpret_cast<uintptr_t>(in) & 7) != 0 && !g_alignmentWarned.exchange(true))
     NM_LOG(NM_LOG_WARN, "Efficiency warning: non-aligned decryption");
-  return nm_keystream_decrypt(dec->cipher, dec->work_iv, dec->position, in, out, length) == 0;
+  return nm_keystream_decrypt(dec->cipher, dec->work_iv, dec->position + at, in, out, length,
+                              dec->scratch) == 0;
+}
+
+// Makes carry hold the chunk that starts at offset at (the buffer's last
+// chunk may be short: its bytes up to fill, rounded up to 16).
+bool loadCarry(nm_crypto_dec_t *dec, uint64_t at) {
+  if (dec->carry_at == at) return true;
+  const uint64_t length = roundUp16(dec->fill - at < kChunk ? dec->fill - at : kChunk);
+  dec->carry_at = decryptAt(dec, at, dec->carry, length) ? at : NM_CRYPTO_NO_CARRY;
+  return dec->carry_at == at;
 }
 
 // Refills the work buffer from the file; counters change only on success.
@@ -39,10 +53,43 @@ uint32_t refill(nm_crypto_dec_t *dec) {
     nm_crypto_set_message(dec, "Read failed", 0, nullptr);
     return NM_CRYPTO_IO;
   }
+  dec->position += dec->fill;
   dec->fill = got < dec->remaining ? got : dec->remaining;  // the rest is the trailer
   dec->consumed = 0;
+  dec->carry_at = NM_CRYPTO_NO_CARRY;
   dec->remaining -= dec->fill;
   return NM_CRYPTO_OK;
+}
+
+// Delivers the plaintext of buffer bytes [consumed, min(fill, consumed +
+// size)): the rest of a chunk held in carry, whole chunks straight into out
+// (the buffer's last chunk too when its rounding up to 16 fits in out), and
+// a chunk that fits only in part through carry. Consumed moves on success.
+bool serve(nm_crypto_dec_t *dec, uint8_t *out, size_t size, uint64_t *count) {
+  uint64_t at = dec->consumed;
+  const uint64_t end = dec->fill - at < size ? dec->fill : at + size;
+  uint8_t *to = out;
+  if (at % kChunk != 0) {
+    const uint64_t chunk = at - at % kChunk, upTo = chunk + kChunk < end ? chunk + kChunk : end;
+    if (!loadCarry(dec, chunk)) return false;
+    memcpy(to, dec->carry + (at - chunk), upTo - at);
+    to += upTo - at;
+    at = upTo;
+  }
+  uint64_t direct = (end - at) / kChunk * kChunk;
+  if (end == dec->fill && roundUp16(end - at) <= size - static_cast<size_t>(to - out))
+    direct = roundUp16(end - at);
+  if (direct != 0 && !decryptAt(dec, at, to, direct)) return false;
+  const uint64_t delivered = direct < end - at ? direct : end - at;
+  to += delivered;
+  at += delivered;
+  if (at < end) {
+    if (!loadCarry(dec, at)) return false;
+    memcpy(to, dec->carry, end - at);
+  }
+  *count = end - dec->consumed;
+  dec->consumed = end;
+  return true;
 }
 
 }  // namespace
@@ -90,31 +137,14 @@ uint32_t nm_crypto_dec_read(nm_crypto_dec_t *dec, void *buffer, size_t size, uin
     return NM_CRYPTO_INVALID;
   }
   *count = 0;
-  auto *out = static_cast<uint8_t *>(buffer);
-  if (dec->fill != dec->consumed && dec->consumed != 0) {  // decrypted bytes left
-    uint64_t n = dec->fill - dec->consumed < size ? dec->fill - dec->consumed : size;
-    memcpy(out, dec->buffer + dec->consumed, n);
-    dec->consumed += n;
-    *count = n;
-    return NM_CRYPTO_OK;
+  if (dec->fill == dec->consumed) {
+    if (dec->remaining == 0 || !dec->cipher) return NM_CRYPTO_OK;  // end of plaintext
+    uint32_t rc = refill(dec);
+    if (rc != NM_CRYPTO_OK) return rc;
   }
-  if (dec->remaining == 0 || !dec->cipher) return NM_CRYPTO_OK;  // end of plaintext
-  uint32_t rc = refill(dec);
-  if (rc != NM_CRYPTO_OK) return rc;
-  const uint64_t decrypted = dec->fill;
-  const bool inPlace = roundUp16(decrypted) > size;  // else straight into the caller's buffer
-  if (!decryptBlocks(dec, dec->buffer, inPlace ? dec->buffer : out, roundUp16(decrypted))) {
+  if (!serve(dec, static_cast<uint8_t *>(buffer), size, count)) {
     nm_crypto_set_message(dec, "Cannot decrypt file", 0, nullptr);
     return NM_CRYPTO_CORRUPT;
   }
-  if (inPlace) {  // the rest is served from the buffer on later calls
-    dec->consumed = decrypted < size ? decrypted : size;
-    memcpy(out, dec->buffer, dec->consumed);
-    *count = dec->consumed;
-  } else {
-    *count = decrypted;
-    dec->fill = 0;
-  }
-  dec->position += decrypted;
   return NM_CRYPTO_OK;
 }

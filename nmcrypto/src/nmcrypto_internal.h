@@ -3,6 +3,7 @@
 #define NMCRYPTO_NMCRYPTO_INTERNAL_H
 
 #include "nmcrypto/nmcrypto_dec.h"
+#include "nmkeystream.h"
 #include "nmtrailer.h"
 
 #include "nmplatform/nmfile.h"
@@ -12,6 +13,7 @@
 #define NM_CRYPTO_WORK_SIZE 65536u
 #define NM_CRYPTO_MESSAGE_SIZE 256u
 #define NM_CRYPTO_PATH_SIZE 8192u
+#define NM_CRYPTO_NO_CARRY UINT64_MAX
 
 struct nm_crypto_dec {
   nm_file_t file;
@@ -22,10 +24,16 @@ struct nm_crypto_dec {
   int digest;                 /* that matched: 1 MD5, 4 SHA-256 */
   uint64_t remaining;         /* payload bytes still to read from the file */
   uint8_t work_iv[16];
-  uint64_t position;          /* plaintext bytes decrypted; a multiple of 128 between reads */
-  uint64_t fill;
-  uint64_t consumed;
-  alignas(4096) uint8_t buffer[NM_CRYPTO_WORK_SIZE]; /* payload, or the tail while examining */
+  uint64_t position;          /* payload offset of the work buffer's first byte; a multiple of 128 */
+  uint64_t fill;              /* ciphertext bytes in the work buffer */
+  uint64_t consumed;          /* of them, delivered as plaintext */
+  /* The work buffer holds ciphertext (or the tail while examining); reads
+   * decrypt from it straight into the caller's buffer. A chunk that a read
+   * delivers only in part stays decrypted in carry for the next read. */
+  alignas(4096) uint8_t buffer[NM_CRYPTO_WORK_SIZE];
+  alignas(64) uint8_t scratch[NM_KEYSTREAM_SCRATCH]; /* AES inputs and outputs */
+  alignas(64) uint8_t carry[NM_KEYSTREAM_CHUNK];
+  uint64_t carry_at;          /* buffer offset of the chunk in carry; NM_CRYPTO_NO_CARRY if none */
   char message[NM_CRYPTO_MESSAGE_SIZE];
   void *owned;                /* released at free; nothing sets it yet */
 };

@@ -65,6 +65,7 @@ uint32_t startStream(nm_crypto_dec_t *dec, uint32_t *sys_error) {
   dec->remaining = dec->main.length;
   memcpy(dec->work_iv, dec->main.iv, sizeof dec->work_iv);
   dec->position = dec->fill = dec->consumed = 0;
+  dec->carry_at = NM_CRYPTO_NO_CARRY;
   dec->owned = nullptr;
   uint32_t err = nm_file_seek(&dec->file, 0, 0);
   if (err != 0) return ioFailure(dec, "Cannot seek in file: ", err, sys_error);

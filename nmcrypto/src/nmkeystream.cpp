@@ -9,13 +9,13 @@
 // slice of chunks goes through one ECB call, and only the cheap feedback
 // chain (XOR, bytewise add) stays sequential, per chunk. Slices are small
 // enough for the scratch space and the data to share the level-1 cache.
+// The scratch is the caller's, so that a stream wipes it once, not per call.
 
 namespace {
 
 typedef uint8_t v16 __attribute__((vector_size(16)));
 
 const size_t kChunk = NM_KEYSTREAM_CHUNK;
-const size_t kSliceChunks = 32;  // 4 KiB a slice
 
 inline v16 load(const uint8_t *p) {
   v16 v;
@@ -82,43 +82,58 @@ void buildInputs(const uint8_t iv[16], uint64_t chunk, const uint8_t *in, size_t
   }
 }
 
+const v16 kBias = {0x5A, 0x5A, 0x5A, 0x5A, 0x5A, 0x5A, 0x5A, 0x5A,
+                  0x5A, 0x5A, 0x5A, 0x5A, 0x5A, 0x5A, 0x5A, 0x5A};
+
 // Keystream chain of one chunk of length bytes: K = E ^ M, P = C ^ K,
-// M = K + 0x5A. Chunks are independent, so consecutive calls overlap in the
-// processor; the chain itself stays in a register.
+// M = K + 0x5A. The chain itself stays in a register.
 inline void chain(const uint8_t *e, const uint8_t *in, uint8_t *out, size_t length) {
-  const v16 bias = {0x5A, 0x5A, 0x5A, 0x5A, 0x5A, 0x5A, 0x5A, 0x5A,
-                    0x5A, 0x5A, 0x5A, 0x5A, 0x5A, 0x5A, 0x5A, 0x5A};
   v16 k = load(e);
   store(out, load(in) ^ k);
   for (size_t j = 16; j < length; j += 16) {
-    k = load(e + j) ^ (k + bias);
+    k = load(e + j) ^ (k + kBias);
     store(out + j, load(in + j) ^ k);
   }
+}
+
+// Two whole chunks side by side: their chains are independent, so the
+// processor overlaps them instead of waiting on one.
+inline void chainPair(const uint8_t *e, const uint8_t *in, uint8_t *out) {
+  v16 a = load(e), b = load(e + kChunk);
+  store(out, load(in) ^ a);
+  store(out + kChunk, load(in + kChunk) ^ b);
+#pragma GCC unroll 8
+  for (size_t j = 16; j < kChunk; j += 16) {
+    a = load(e + j) ^ (a + kBias);
+    b = load(e + kChunk + j) ^ (b + kBias);
+    store(out + j, load(in + j) ^ a);
+    store(out + kChunk + j, load(in + kChunk + j) ^ b);
+  }
+}
+
+#if defined(__x86_64__) && defined(__GNUC__)
+__attribute__((target_clones("avx2", "default")))
+#endif
+void chainSlice(const uint8_t *e, const uint8_t *in, uint8_t *out, size_t length) {
+  size_t c = 0;
+  for (; c + 2 * kChunk <= length; c += 2 * kChunk) chainPair(e + c, in + c, out + c);
+  for (; c < length; c += kChunk)
+    chain(e + c, in + c, out + c, length - c < kChunk ? length - c : kChunk);
 }
 
 }  // namespace
 
 int nm_keystream_decrypt(EVP_CIPHER_CTX *ctx, const uint8_t iv[16], uint64_t position,
-                         const uint8_t *in, uint8_t *out, size_t length) {
-  alignas(64) uint8_t scratch[kSliceChunks * kChunk];
+                         const uint8_t *in, uint8_t *out, size_t length, uint8_t *scratch) {
   const uint64_t first = position / kChunk;
-  // Last slice first: the buffer's start, which the caller reads next, is
-  // then the part still in the level-1 cache.
-  const size_t slices = (length + sizeof scratch - 1) / sizeof scratch;
-  int rc = 0;
-  for (size_t i = slices; i-- > 0 && rc == 0;) {
-    const size_t at = i * sizeof scratch;
-    const size_t slice = length - at < sizeof scratch ? length - at : sizeof scratch;
+  for (size_t at = 0; at < length; at += NM_KEYSTREAM_SCRATCH) {
+    const size_t slice = length - at < NM_KEYSTREAM_SCRATCH ? length - at : NM_KEYSTREAM_SCRATCH;
     buildInputs(iv, first + at / kChunk, in + at, slice, scratch);
     int produced = 0;
     if (EVP_EncryptUpdate(ctx, scratch, &produced, scratch, static_cast<int>(slice)) != 1 ||
-        produced != static_cast<int>(slice)) {
-      rc = 1;
-      break;
-    }
-    for (size_t c = 0; c < slice; c += kChunk)
-      chain(scratch + c, in + at + c, out + at + c, slice - c < kChunk ? slice - c : kChunk);
+        produced != static_cast<int>(slice))
+      return 1;
+    chainSlice(scratch, in + at, out + at, slice);
   }
-  OPENSSL_cleanse(scratch, sizeof scratch);  // held the keystream's AES outputs
-  return rc;
+  return 0;
 }

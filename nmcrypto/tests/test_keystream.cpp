@@ -69,7 +69,9 @@ std::string decrypt(uint64_t position, const std::string &cipher, size_t offset,
   std::vector<uint8_t> in(rounded + offset, 0), out(rounded + offset, 0);
   std::memcpy(in.data() + offset, cipher.data(), cipher.size());
   uint8_t *target = inPlace ? in.data() + offset : out.data() + offset;
-  int rc = nm_keystream_decrypt(ctx, kIv, position, in.data() + offset, target, rounded);
+  std::vector<uint8_t> scratch(NM_KEYSTREAM_SCRATCH);
+  int rc = nm_keystream_decrypt(ctx, kIv, position, in.data() + offset, target, rounded,
+                                scratch.data());
   EVP_CIPHER_CTX_free(ctx);
   CHECK_EQ(rc, 0, "cipher");
   return std::string(reinterpret_cast<char *>(target), cipher.size());
