@@ -116,10 +116,13 @@ uint32_t nm_crypto_dec_open(const char *passphrase, const char *path, nm_crypto_
   uint32_t rc = nm_crypto_examine(dec, &dec->file, passphrase, 1, sys_error);
   if (rc != NM_CRYPTO_OK) rc = trySideFile(dec, rc, path, passphrase, sys_error);
   if (rc == NM_CRYPTO_OK) rc = startStream(dec, sys_error);
-  if (rc != NM_CRYPTO_OK) {
-    OPENSSL_cleanse(dec->file_key, sizeof dec->file_key);
-    nm_file_close(&dec->file);
+  if (rc == NM_CRYPTO_OK) {
+    dec->message[0] = '\0';  // an envelope that opened through its side file failed first
+    return rc;
   }
+  OPENSSL_cleanse(dec->file_key, sizeof dec->file_key);
+  dec->remaining = 0;  // reads after a failed open find the end, not the closed file
+  nm_file_close(&dec->file);
   return rc;
 }
 
