@@ -36,23 +36,18 @@ inline void useSettingsIn(const QString &folder)
 
 // Answers every modal message box that opens while it lives with button,
 // and remembers the questions asked.
-class QuestionAnswerer : public QObject
-{
-public:
+struct QuestionAnswerer : QTimer {
     explicit QuestionAnswerer(QMessageBox::StandardButton button)
     {
-        connect(&timer, &QTimer::timeout, this, [this, button] {
+        connect(this, &QTimer::timeout, [this, button] {
             auto *box = qobject_cast<QMessageBox *>(QApplication::activeModalWidget());
             if (box && box->isVisible() && box->button(button)) {
                 questions << box->text();
                 box->button(button)->click();
             }
         });
-        timer.start(10);
+        start(10);
     }
 
     QStringList questions;
-
-private:
-    QTimer timer;
 };
