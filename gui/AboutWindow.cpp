@@ -4,7 +4,7 @@
 #include "ui_AboutWindow.h"
 #include "Version.h"
 
-#include <localization/LocaleStrings.h>
+#include <localization/LocaleText.h>
 
 #include <QAction>
 #include <QCoreApplication>

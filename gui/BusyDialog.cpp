@@ -3,7 +3,7 @@
 #include "GuiSupport.h"
 #include "ui_BusyDialog.h"
 
-#include <localization/LocaleStrings.h>
+#include <localization/LocaleText.h>
 
 #include <QMovie>
 #include <QPainter>

@@ -1,8 +1,6 @@
 // Small helpers shared by the windows: accessibility focus notification,
-// the compiled-in images and the lookup of display texts.
+// the compiled-in images and centring on the screen.
 #pragma once
-
-#include <QString>
 
 class QObject;
 class QWidget;
@@ -21,7 +19,3 @@ void centreOnPrimaryScreen(QWidget *window);
 
 } // namespace Gui
 } // namespace Nmb
-
-// The display text for an English key from the locale string table, filled
-// printf-style. The table holds Latin-1 text.
-#define NM_TR(...) QString::fromLatin1(LocaleStrings::instance().format(__VA_ARGS__).c_str())

@@ -11,7 +11,7 @@
 #include <engine/DecryptManager.h>
 #include <engine/TaskManager.h>
 #include <localization/LocaleLoader.h>
-#include <localization/LocaleStrings.h>
+#include <localization/LocaleText.h>
 
 #include <QApplication>
 #include <QCloseEvent>

@@ -9,7 +9,7 @@
 #include <engine/DecryptManager.h>
 #include <engine/FileLoading.h>
 #include <engine/TaskManager.h>
-#include <localization/LocaleStrings.h>
+#include <localization/LocaleText.h>
 
 #include <QCoreApplication>
 #include <QDir>

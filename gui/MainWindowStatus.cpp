@@ -8,7 +8,7 @@
 
 #include <engine/DecryptManager.h>
 #include <engine/TaskManager.h>
-#include <localization/LocaleStrings.h>
+#include <localization/LocaleText.h>
 
 #include <QApplication>
 #include <QFileInfo>

@@ -4,7 +4,7 @@
 #include "ui_SettingsDialog.h"
 
 #include <localization/LocaleLoader.h>
-#include <localization/LocaleStrings.h>
+#include <localization/LocaleText.h>
 
 #include <QPushButton>
 #include <QThread>
