@@ -94,7 +94,9 @@ void MainWindow::onClearPending(bool justTable)
 void MainWindow::onReloadFailed()
 {
     // The failed tasks go back to pending; their rows would only go stale.
-    onClearFailed(true);
+    // A refused request (another operation runs) leaves them shown.
+    if (!TaskManager::instance()->isRunning())
+        onClearFailed(true);
     TaskManager::instance()->reloadFailed();
 }
 
@@ -106,8 +108,12 @@ void MainWindow::onDeleteEncrypted()
 
 void MainWindow::onAboutToQuit()
 {
-    TaskManager::instance()->cancel();
+    TaskManager *tasks = TaskManager::instance();
+    tasks->cancel();
     DecryptManager::instance()->stop();
+    // A running operation stops at its next item; its thread must have ended
+    // before the task manager is destroyed.
+    tasks->wait();
     TaskManager::release();
     clearTable();
     saveSettings();
