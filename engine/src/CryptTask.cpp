@@ -2,12 +2,13 @@
 
 #include <QDir>
 
-#include "EngineText.h"
+#include <localization/LocaleText.h>
 
 CryptTask::CryptTask(const QString &path, QObject *parent)
     : Task(parent), m_sourcePath(path), m_addedPath(path)
 {
-    qRegisterMetaType<CryptTask>("CryptTask");
+    static const int type = qRegisterMetaType<CryptTask>("CryptTask");
+    Q_UNUSED(type);
 }
 
 CryptTask::CryptTask() : Task(nullptr) {}
@@ -22,22 +23,20 @@ CryptTask::CryptTask(const CryptTask &other)
       m_plainInput(other.m_plainInput),
       m_sourceDeleted(other.m_sourceDeleted)
 {
-    // The getters are not const: copy through a non-const view of the source.
-    CryptTask &source = const_cast<CryptTask &>(other);
-    m_status = source.status();
-    m_progress = source.progress();
-    m_errorMessage = source.errorMessage();
+    setStatus(other.status());
+    setProgress(other.progress());
+    m_errorMessage = other.errorMessage();
     m_workerIndex = other.m_workerIndex;
 }
 
 CryptTask::~CryptTask() = default;
 
-QString CryptTask::statusText()
+QString CryptTask::statusText() const
 {
     if (status() != Finished)
         return Task::statusText();
     const QByteArray output = QDir::toNativeSeparators(m_outputPath).toUtf8();
-    return NM_TEXT("Finished -> %s", output.constData());
+    return NM_TR("Finished -> %s", output.constData());
 }
 
 bool CryptTask::isSame(const Task *other) const

@@ -3,7 +3,7 @@
 
 #include <QSet>
 
-#include "EngineText.h"
+#include <localization/LocaleText.h>
 
 void DecryptManager::reportError(const QString &msg)
 {
@@ -31,7 +31,7 @@ bool DecryptManager::guard()
     }
     if (!busy)
         return true;
-    reportError(NM_TEXT("Cannot perform operations during decryption."));
+    reportError(NM_TR("Cannot perform operations during decryption."));
     return false;
 }
 
@@ -130,7 +130,7 @@ bool DecryptManager::reloadFailed()
             paths.append(task->sourcePath());
     }
     if (paths.isEmpty()) {
-        reportError(NM_TEXT("Failed list is empty."));
+        reportError(NM_TR("Failed list is empty."));
         return false;
     }
     addFiles(paths);

@@ -1,6 +1,6 @@
 #include <engine/DecryptManager.h>
 
-#include "EngineText.h"
+#include <localization/LocaleText.h>
 
 namespace {
 DecryptManager *s_instance = nullptr;
@@ -24,6 +24,7 @@ DecryptManager::DecryptManager(QObject *parent) : QThread(parent)
     qRegisterMetaType<CryptTask>("CryptTask");
     qRegisterMetaType<const CryptTask *>("const CryptTask*");
     qRegisterMetaType<VextDecryptWorker *>("VextDecryptWorker*");
+    qRegisterMetaType<Task::STATUS>("Task::STATUS");
     for (int i = 0; i < m_maxWorkers; ++i) {
         auto *worker = new VextDecryptWorker(static_cast<unsigned>(i), this);
         m_idleWorkers.append(worker);
@@ -76,7 +77,7 @@ bool DecryptManager::isBusy()
 void DecryptManager::start(const QString &passphrase)
 {
     if (isBusy()) {
-        reportError(NM_TEXT("Decryption already in progress."));
+        reportError(NM_TR("Decryption already in progress."));
         return;
     }
     int count = 0;
@@ -88,6 +89,11 @@ void DecryptManager::start(const QString &passphrase)
         m_passphrase = passphrase;
         count = m_pending.size();
     }
+    // The previous batch is over, but the report of its dispatcher's end has
+    // not been served yet: its allFinished() is owed before this one starts.
+    if (m_batchActive)
+        emit allFinished();
+    m_batchActive = true;
     emit started(count);
     QThread::start(QThread::LowPriority);
 }
@@ -149,7 +155,7 @@ bool DecryptManager::dispatchOne()
             QWriteLocker locker(&m_lock);
             m_busyWorkers.removeOne(worker);
         }
-        reportError(NM_TEXT("Task could not be created for %s", path.toUtf8().constData()));
+        reportError(NM_TR("Task could not be created for %s", path.toUtf8().constData()));
         return true;
     }
     worker->startTask(task);
@@ -174,15 +180,22 @@ CryptTask *DecryptManager::returnWorker(VextDecryptWorker *worker,
     return task;
 }
 
-void DecryptManager::announceIfIdle()
+// The end of a batch: the dispatcher has ended (isRunning() turns false
+// before its finished() is sent) and no worker is busy. Both the last
+// worker's report and the dispatcher's end report ask; whichever comes second
+// in the event queue finds the batch already announced, so the window hears
+// allFinished() exactly once per batch.
+void DecryptManager::finishBatchIfIdle()
 {
-    bool idle = false;
+    if (!m_batchActive || isRunning())
+        return;
     {
         QReadLocker locker(&m_lock);
-        idle = m_busyWorkers.isEmpty();
+        if (!m_busyWorkers.isEmpty())
+            return;
     }
-    if (idle && !isBusy())
-        emit allFinished();
+    m_batchActive = false;
+    emit allFinished();
 }
 
 void DecryptManager::onCompleted(VextDecryptWorker *worker)
@@ -190,7 +203,7 @@ void DecryptManager::onCompleted(VextDecryptWorker *worker)
     CryptTask *task = returnWorker(worker, [this](CryptTask *t) { m_finished.append(t); });
     if (!task)
         return;
-    announceIfIdle();
+    finishBatchIfIdle();
     completeOutput(task);
     emit statsChanged(task);
 }
@@ -208,7 +221,7 @@ void DecryptManager::onFailed(VextDecryptWorker *worker)
     });
     if (!task)
         return;
-    announceIfIdle();
+    finishBatchIfIdle();
     emit statsChanged(task);
 }
 
@@ -223,16 +236,12 @@ void DecryptManager::onProgress(VextDecryptWorker *worker)
     onStart(worker);
 }
 
+// The dispatcher thread ended. When a later batch has started meanwhile
+// (isRunning() again), only that batch's own end may announce it.
 void DecryptManager::onFinished()
 {
     emit statsChanged();
-    bool idle = false;
-    {
-        QReadLocker locker(&m_lock);
-        idle = m_busyWorkers.isEmpty();
-    }
-    if (idle)
-        emit allFinished();
+    finishBatchIfIdle();
 }
 
 // The only way a running task's progress reaches the window. Emitting under

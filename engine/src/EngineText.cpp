@@ -1,5 +1,7 @@
 #include "EngineText.h"
 
+#include <localization/LocaleStrings.h>
+
 namespace engine_text {
 
 QString lookupRuntime(const QString &key)
@@ -11,10 +13,12 @@ QString lookupRuntime(const QString &key)
 #pragma GCC diagnostic ignored "-Wformat-security"
 #pragma GCC diagnostic ignored "-Wformat-nonliteral"
 #endif
-    return fromLocale(LocaleStrings::instance().format(escaped.constData()));
+    const std::string text = LocaleStrings::instance().format(escaped.constData());
 #if defined(__GNUC__)
 #pragma GCC diagnostic pop
 #endif
+    // The Latin-1 conversion of NM_TR.
+    return QString::fromLatin1(text.c_str());
 }
 
 } // namespace engine_text

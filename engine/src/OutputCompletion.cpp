@@ -7,7 +7,8 @@
 #include <QFile>
 #include <QFileInfo>
 
-#include "EngineText.h"
+#include <localization/LocaleText.h>
+
 #include "OutputNaming.h"
 
 namespace {
@@ -21,7 +22,7 @@ CryptTask *DecryptManager::createTask(const QString &path, const QString &passph
 {
     CryptTask *task = new (std::nothrow) CryptTask(path, nullptr);
     if (!task) {
-        reportError(NM_TEXT("Error: could not allocate memory for task %s ", utf8(path).constData()));
+        reportError(NM_TR("Error: could not allocate memory for task %s ", utf8(path).constData()));
         return nullptr;
     }
     // Made on the dispatcher thread, which ends with the batch; the task must
@@ -58,8 +59,8 @@ void DecryptManager::renamePlainInput(CryptTask *task)
     const QString envelope =
         formerSource + QLatin1Char('.') + QLatin1String(output_naming::kEnvelopeExtension);
     if (!QFile::rename(formerSource, envelope)) {
-        reportError(NM_TEXT("Could not rename input %1$s to %2$s", utf8(formerSource).constData(),
-                            utf8(envelope).constData()));
+        reportError(NM_TR("Could not rename input %1$s to %2$s", utf8(formerSource).constData(),
+                          utf8(envelope).constData()));
         task->setPlainInput(false);
         return;
     }
@@ -68,8 +69,8 @@ void DecryptManager::renamePlainInput(CryptTask *task)
         task->setOutputSuffixed(false);
         task->setOutputPath(formerSource);
     } else {
-        reportError(NM_TEXT("Could not rename output %1$s to %2$s",
-                            utf8(task->outputPath()).constData(), utf8(formerSource).constData()));
+        reportError(NM_TR("Could not rename output %1$s to %2$s",
+                          utf8(task->outputPath()).constData(), utf8(formerSource).constData()));
         task->setOutputSuffixed(true);
     }
 }
@@ -78,11 +79,11 @@ void DecryptManager::deleteAfterSuccess(CryptTask *task)
 {
     const QString source = task->sourcePath();
     if (!QFileInfo::exists(source)) {
-        reportError(NM_TEXT("Could not remove file %s. Does not exist", utf8(source).constData()));
+        reportError(NM_TR("Could not remove file %s. Does not exist", utf8(source).constData()));
     } else if (QFile::remove(source)) {
         task->setSourceDeleted(true);
     } else {
-        reportError(NM_TEXT("Could not remove file %s", utf8(source).constData()));
+        reportError(NM_TR("Could not remove file %s", utf8(source).constData()));
     }
 }
 
@@ -96,14 +97,14 @@ bool DecryptManager::deleteEncrypted()
     for (CryptTask *task : tasks) {
         const QString source = task->sourcePath();
         if (!QFileInfo::exists(source)) {
-            reportError(NM_TEXT("Could not remove file %s. file does not exist.",
-                                utf8(source).constData()));
+            reportError(NM_TR("Could not remove file %s. file does not exist.",
+                              utf8(source).constData()));
             allRemoved = false;
         } else if (QFile::remove(source)) {
             task->setSourceDeleted(true);
             emit statsChanged(task);
         } else {
-            reportError(NM_TEXT("Could not remove file %s", utf8(source).constData()));
+            reportError(NM_TR("Could not remove file %s", utf8(source).constData()));
             allRemoved = false;
         }
     }

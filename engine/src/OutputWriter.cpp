@@ -2,6 +2,7 @@
 
 #if defined(__linux__)
 #include <fcntl.h>
+#include <unistd.h>
 #endif
 
 namespace {
@@ -20,6 +21,8 @@ bool OutputWriter::open(qint64 expectedSize)
 {
     // Unbuffered: this class is the buffer.
     m_fill = 0;
+    m_written = 0;
+    m_reserved = false;
     if (!m_file.open(QIODevice::WriteOnly | QIODevice::Truncate | QIODevice::Unbuffered))
         return false;
     // A small file gets a small buffer: most runs are short, and a large
@@ -28,9 +31,10 @@ bool OutputWriter::open(qint64 expectedSize)
     m_buffer.reset(new char[static_cast<size_t>(m_bufferSize)]);
 #if defined(__linux__)
     // Best effort: allocating the blocks at once makes the writes cheaper.
-    // The file's size is left alone, so an unused reservation never shows.
+    // The file's size is left alone, so an unused reservation never shows;
+    // what lies beyond the end is given back when the file is closed.
     if (expectedSize >= kReserveFrom)
-        (void)fallocate(m_file.handle(), FALLOC_FL_KEEP_SIZE, 0, expectedSize);
+        m_reserved = fallocate(m_file.handle(), FALLOC_FL_KEEP_SIZE, 0, expectedSize) == 0;
 #else
     Q_UNUSED(expectedSize);
 #endif
@@ -58,20 +62,32 @@ bool OutputWriter::flush()
         }
         data += written;
         left -= written;
+        m_written += written;
     }
     return true;
+}
+
+void OutputWriter::trimReservation()
+{
+#if defined(__linux__)
+    // Truncating to the current size frees blocks reserved past the end.
+    if (m_reserved && m_file.isOpen())
+        (void)::ftruncate(m_file.handle(), m_written);
+#endif
+    m_reserved = false;
 }
 
 bool OutputWriter::finish()
 {
     const bool flushed = m_file.isOpen() && flush();
+    trimReservation();
     m_file.close();
     return flushed;
 }
 
 void OutputWriter::close()
 {
-    if (m_file.isOpen())
-        flush();
+    if (m_file.isOpen() && flush())
+        trimReservation();
     m_file.close();
 }

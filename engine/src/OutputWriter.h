@@ -29,10 +29,14 @@ public:
 
 private:
     bool flush();
+    // Gives back the reserved blocks beyond what was written.
+    void trimReservation();
 
     QFile m_file;
     std::unique_ptr<char[]> m_buffer;
     qint64 m_bufferSize = 0;
     qint64 m_pieceSize;
     qint64 m_fill = 0;
+    qint64 m_written = 0;
+    bool m_reserved = false;
 };

@@ -3,6 +3,7 @@
 #include <QFileInfo>
 
 #include <engine/CryptTask.h>
+#include <localization/LocaleText.h>
 
 #include "EngineText.h"
 #include "OutputWriter.h"
@@ -31,9 +32,9 @@ VextDecryptWorker::~VextDecryptWorker()
 
 void VextDecryptWorker::startTask(CryptTask *task)
 {
-    m_task = task;
+    m_task.store(task);
     if (!task) {
-        fail(ResultBadSource, NM_TEXT("Invalid file"));
+        fail(ResultBadSource, NM_TR("Invalid file"));
         return;
     }
     task->setWorkerIndex(static_cast<int>(m_index));
@@ -66,7 +67,7 @@ void VextDecryptWorker::reset()
     m_sourcePath.clear();
     m_outputPath.clear();
     m_errorText.clear();
-    m_task = nullptr;
+    m_task.store(nullptr);
 }
 
 float VextDecryptWorker::fractionDone() const
@@ -89,12 +90,12 @@ QString VextDecryptWorker::resultText()
         return QString();
     QString message;
     if (m_resultCode == ResultOutputFailed)
-        message = NM_TEXT("Could not write to destination.");
+        message = NM_TR("Could not write to destination.");
     else if (m_resultCode == NM_CRYPTO_CORRUPT)
-        message = NM_TEXT("Input file is corrupted or not encrypted.");
+        message = NM_TR("Input file is corrupted or not encrypted.");
     else
         message = engine_text::lookupRuntime(m_errorText);
-    return QLatin1String("(") + message + QLatin1Char(' ') + NM_TEXT("Code:") + QLatin1Char(' ')
+    return QLatin1String("(") + message + QLatin1Char(' ') + NM_TR("Code:") + QLatin1Char(' ')
            + QString::number(m_resultCode) + QLatin1String(")");
 }
 
@@ -110,18 +111,18 @@ void VextDecryptWorker::run()
     emit started(this);
     const QFileInfo source(m_sourcePath);
     if (!source.exists()) {
-        fail(ResultBadSource, NM_TEXT("Source file does not exist."));
+        fail(ResultBadSource, NM_TR("Source file does not exist."));
         return;
     }
     if (!source.isFile()) {
-        fail(ResultBadSource, NM_TEXT("Source is not a file."));
+        fail(ResultBadSource, NM_TR("Source is not a file."));
         return;
     }
     m_bytesTotal += static_cast<quint64>(source.size());
 
     m_decrypter = nm_crypto_dec_new();
     if (!m_decrypter) {
-        fail(ResultNoDecrypter, NM_TEXT("Could not initialize decrypter."));
+        fail(ResultNoDecrypter, NM_TR("Could not initialize decrypter."));
         return;
     }
     uint32_t systemError = 0;
@@ -136,7 +137,7 @@ void VextDecryptWorker::run()
     if (copyPlaintext(source.size()))
         return;
     // Cancelled between two pieces: the partial output goes.
-    fail(ResultWriteFailed, NM_TEXT("Cancelled by user"));
+    fail(ResultWriteFailed, NM_TR("Cancelled by user"));
 }
 
 // Streams the plaintext into the output. Returns false only when the run was
@@ -144,8 +145,9 @@ void VextDecryptWorker::run()
 // result itself.
 bool VextDecryptWorker::copyPlaintext(qint64 sourceSize)
 {
-    // The plaintext is never longer than its envelope.
+    CryptTask *const task = m_task.load();
     OutputWriter output(m_outputPath, kPieceSize);
+    // The plaintext is never longer than its envelope.
     if (!output.open(sourceSize)) {
         nm_crypto_dec_free(&m_decrypter);
         fail(ResultOutputFailed, QString()); // nothing written, nothing to remove
@@ -166,7 +168,7 @@ bool VextDecryptWorker::copyPlaintext(qint64 sourceSize)
             if (output.finish()) {
                 fail(ResultOk, QString());
             } else {
-                fail(ResultWriteFailed, NM_TEXT("Could not write out to device."));
+                fail(ResultWriteFailed, NM_TR("Could not write out to device."));
                 output.discard();
             }
             return true;
@@ -174,13 +176,13 @@ bool VextDecryptWorker::copyPlaintext(qint64 sourceSize)
         if (count == 0)
             break;
         if (output.commit(static_cast<qint64>(count)) == -1) {
-            fail(ResultWriteFailed, NM_TEXT("Could not write out to device."));
+            fail(ResultWriteFailed, NM_TR("Could not write out to device."));
             nm_crypto_dec_free(&m_decrypter);
             output.discard();
             return true;
         }
         m_bytesDone += count;
-        m_task->setProgress(fractionDone());
+        task->setProgress(fractionDone());
         if (m_cancelRequested)
             break;
     }
@@ -191,21 +193,24 @@ bool VextDecryptWorker::copyPlaintext(qint64 sourceSize)
 
 void VextDecryptWorker::onFinished()
 {
-    if (!m_task)
+    CryptTask *const task = m_task.load();
+    if (!task)
         return;
+    // The status is stored last: the GUI may read the task meanwhile, and
+    // whoever sees the final status sees the progress and message with it.
     const int code = resultCode();
     if (code == ResultOk) {
-        m_task->setStatus(Task::Finished);
-        m_task->setProgress(1.0f);
+        task->setProgress(1.0f);
+        task->setStatus(Task::Finished);
         nm_crypto_dec_free(&m_decrypter);
         emit completed(this);
     } else if (!m_cancelRequested) {
-        m_task->setStatus(Task::Error);
-        m_task->setErrorMessage(resultText());
+        task->setErrorMessage(resultText());
+        task->setStatus(Task::Error);
         emit failed(this);
     } else {
-        m_task->setStatus(Task::Cancelled);
-        m_task->setProgress(fractionDone());
+        task->setProgress(fractionDone());
+        task->setStatus(Task::Cancelled);
         emit failed(this);
     }
 }

@@ -1,10 +1,10 @@
 // Real files for the engine tests: envelopes from the writer tool, plain
-// files, and a batch that runs to its end.
+// files, and batches run to their end.
 #pragma once
 
+#include <functional>
+
 #include <QDir>
-#include <QElapsedTimer>
-#include <QFile>
 #include <QSignalSpy>
 #include <QTest>
 
@@ -14,37 +14,6 @@
 namespace engine_test {
 
 inline const char *kPassphrase = "correct horse";
-
-inline QString envelope(const QString &path, const QByteArray &plain,
-                        const char *passphrase = kPassphrase)
-{
-    std::string why;
-    if (!envelope_writer::writeEnvelope(QFile::encodeName(path).toStdString(),
-                                        plain.toStdString(), passphrase, {}, &why))
-        qFatal("cannot write envelope %s: %s", qPrintable(path), why.c_str());
-    return path;
-}
-
-inline QString patternEnvelope(const QString &path, quint64 size)
-{
-    std::string why;
-    if (!envelope_writer::writePatternEnvelope(QFile::encodeName(path).toStdString(), size,
-                                               kPassphrase, {}, &why))
-        qFatal("cannot write envelope %s: %s", qPrintable(path), why.c_str());
-    return path;
-}
-
-// An envelope of size bytes whose payload is a hole: costs no disk and
-// decrypts (to noise) for long enough that a stop always lands mid-file.
-inline QString sparseEnvelope(const QString &path, qint64 size)
-{
-    const std::string trailer = envelope_writer::buildTrailer(quint64(size), kPassphrase);
-    QFile file(path);
-    if (!file.open(QIODevice::WriteOnly) || !file.resize(size) || !file.seek(size)
-        || file.write(trailer.data(), qint64(trailer.size())) != qint64(trailer.size()))
-        qFatal("cannot write %s", qPrintable(path));
-    return path;
-}
 
 inline void writeFile(const QString &path, const QByteArray &bytes)
 {
@@ -59,33 +28,42 @@ inline QByteArray readFile(const QString &path)
     return file.open(QIODevice::ReadOnly) ? file.readAll() : QByteArray("<missing>");
 }
 
-// Waits, serving events, until the manager has gone idle.
-inline bool waitIdle(DecryptManager &manager, int timeoutMs = 30000)
+inline QString envelope(const QString &path, const QByteArray &plain, const char *pass = kPassphrase)
 {
-    QElapsedTimer clock;
-    clock.start();
-    while (manager.isBusy() && clock.elapsed() < timeoutMs)
-        QTest::qWait(2);
-    QTest::qWait(5); // the dispatcher's own end report
-    return !manager.isBusy();
+    std::string why;
+    if (!envelope_writer::writeEnvelope(QFile::encodeName(path).toStdString(), plain.toStdString(),
+                                        pass, {}, &why))
+        qFatal("cannot write envelope %s: %s", qPrintable(path), why.c_str());
+    return path;
 }
 
-// Waits, without serving events, until a worker holds a task. Nothing can
-// leave the busy list meanwhile: workers return through queued events.
-inline bool pinBusy(DecryptManager &manager)
+// A 1 GiB envelope whose payload is a hole: costs no disk and decrypts (to
+// noise) for long enough that a cancel always lands mid-file.
+inline QString sparseEnvelope(const QString &path)
 {
-    QElapsedTimer clock;
-    clock.start();
-    while (manager.runningCount() == 0 && clock.elapsed() < 30000)
-        QThread::yieldCurrentThread();
-    return manager.runningCount() > 0;
+    const qint64 size = qint64(1) << 30;
+    QFile file(path);
+    const std::string trailer = envelope_writer::buildTrailer(quint64(size), kPassphrase);
+    if (!file.open(QIODevice::WriteOnly) || !file.resize(size) || !file.seek(size)
+        || file.write(trailer.data(), qint64(trailer.size())) != qint64(trailer.size()))
+        qFatal("cannot write %s", qPrintable(path));
+    return path;
 }
 
-inline void runBatch(DecryptManager &manager, const QStringList &paths)
+// Starts a batch of what is pending, runs then(), and serves events until
+// allFinished(). True when the batch ended idle with allFinished() exactly
+// once, counted after the dispatcher's own end report has been served too.
+inline bool finishBatch(DecryptManager &manager, const std::function<void()> &then = {})
 {
-    manager.addFiles(paths);
+    QSignalSpy done(&manager, &DecryptManager::allFinished);
     manager.start(QString::fromLatin1(kPassphrase));
-    QVERIFY(waitIdle(manager));
+    if (then)
+        then();
+    if (!done.wait(60000))
+        return false;
+    manager.wait();
+    QCoreApplication::processEvents();
+    return done.count() == 1 && !manager.isBusy();
 }
 
 } // namespace engine_test

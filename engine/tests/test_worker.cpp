@@ -4,124 +4,154 @@
 
 using namespace engine_test;
 
-// One worker, driven directly: every run is waited for, so the signals the
-// worker emitted on its own thread are complete when checked.
+// Tasks, and one worker driven directly: every run is waited for, so the
+// signals that the worker emitted on its own thread are complete when checked.
 class TestWorker : public QObject
 {
     Q_OBJECT
     QTemporaryDir dir;
+    Task::STATUS received = Task::Cleared;
 
-    QString path(const char *name) const { return dir.filePath(QString::fromLatin1(name)); }
+    QString path(const QString &name) const { return dir.filePath(name); }
 
-    void runTask(VextDecryptWorker &worker, CryptTask &task)
+    // Runs source into output (a name in dir), cancelling at once if asked.
+    CryptTask *run(VextDecryptWorker &worker, const QString &source, const QString &output,
+                   bool cancel = false)
     {
+        auto *task = new CryptTask(source, this);
+        task->setOutputPath(path(output));
+        task->setPassphrase(QString::fromLatin1(kPassphrase));
         worker.reset();
-        worker.startTask(&task);
-        QVERIFY(worker.wait(30000));
+        worker.startTask(task);
+        if (cancel)
+            worker.cancel();
+        return worker.wait(30000) ? task : nullptr;
     }
 
+public slots: // not a test: the target of a queued call by name
+    void receive(Task::STATUS status) { received = status; }
+
 private slots:
+    void statusText_data()
+    {
+        QTest::addColumn<quint32>("status");
+        QTest::addColumn<QString>("error");
+        QTest::addColumn<QString>("text");
+        QTest::newRow("fresh") << 4u << QString() << "Waiting";
+        QTest::newRow("finished") << 1u << QString() << "Finished -> /out/report.pdf";
+        QTest::newRow("error bare") << 2u << QString() << "Error";
+        QTest::newRow("error text") << 2u << "(Bad Code: 1)" << "Error (Bad Code: 1)";
+        QTest::newRow("six") << 6u << QString() << "Unknown";
+    }
+
+    void statusText()
+    {
+        QFETCH(quint32, status);
+        QFETCH(QString, error);
+        QFETCH(QString, text);
+        CryptTask task(QStringLiteral("/in/report.pdf.nimbra-env"), nullptr);
+        task.setOutputPath(QStringLiteral("/out/report.pdf"));
+        if (status != Task::Waiting) {
+            task.setStatus(static_cast<Task::STATUS>(status));
+            task.setErrorMessage(error);
+            task.setProgress(0.5f);
+        }
+        // The window sees const tasks, and copies that travel in queued signals.
+        const CryptTask copy = QVariant::fromValue(task).value<CryptTask>();
+        for (const Task *view : {static_cast<const Task *>(&task), static_cast<const Task *>(&copy)}) {
+            QCOMPARE(view->statusText(), text);
+            QCOMPARE(quint32(view->status()), status);
+            QCOMPARE(view->progress(), status == Task::Waiting ? 0.0f : 0.5f);
+        }
+        QCOMPARE(task.workerIndex(), -1);
+    }
+
+    // A copy keeps the flags, addedPath and workerIndex (status, progress and
+    // message: above); a status travels by name; isSame is exact.
+    void copyMetaTypesAndIsSame()
+    {
+        CryptTask task(QStringLiteral("/d/a.txt"), nullptr);
+        task.setSourcePath(QStringLiteral("/d/a.txt.nimbra-env"));
+        task.setWorkerIndex(3);
+        task.setOutputSuffixed(true);
+        task.setPlainInput(true);
+        task.setSourceDeleted(true);
+        CryptTask copy(task);
+        QVERIFY(copy.addedPath() == "/d/a.txt" && copy.sourcePath() == task.sourcePath());
+        QVERIFY(copy.workerIndex() == 3 && copy.passphrase().isEmpty());
+        QVERIFY(copy.isOutputSuffixed() && copy.isPlainInput() && copy.isSourceDeleted());
+        copy.setPassphrase(QStringLiteral("other"));
+        QVERIFY(copy.isSame(&task) && !copy.isSame(nullptr)); // whatever the passphrase
+        QVERIFY(!copy.isSame(new CryptTask(QStringLiteral("/d/A.txt.nimbra-env"), this)));
+        QCOMPARE(QMetaType::type("CryptTask"), qMetaTypeId<CryptTask>());
+        QVERIFY(QMetaObject::invokeMethod(this, "receive", Qt::QueuedConnection,
+                                          Q_ARG(Task::STATUS, Task::Cancelled)));
+        QTRY_COMPARE(received, Task::Cancelled);
+    }
+
     void outcome_data()
     {
         QTest::addColumn<QString>("source");
         QTest::addColumn<QString>("output");
-        QTest::addColumn<quint32>("status");
-        QTest::addColumn<QString>("message");
+        QTest::addColumn<QString>("message"); // empty: Finished
         QTest::addColumn<QByteArray>("written");
-
-        const QByteArray none("<missing>");
-        QTest::newRow("plaintext") << envelope(path("ok.nimbra-env"), "hello world") << "out-ok"
-                                   << 1u << QString() << QByteArray("hello world");
-        QTest::newRow("empty plaintext") << envelope(path("empty.nimbra-env"), QByteArray())
-                                         << "out-empty" << 1u << QString() << QByteArray();
-        QTest::newRow("wrong passphrase")
-            << envelope(path("wrong.nimbra-env"), "x", "other") << "out-wrong" << 2u
-            << "(Passphrase doesn't match Code: 1)" << none;
+        const QByteArray none = "<missing>";
         writeFile(path("corrupt.nimbra-env"), QByteArray(300, 'z'));
-        QTest::newRow("corrupt") << path("corrupt.nimbra-env") << "out-corrupt" << 2u
-                                 << "(Input file is corrupted or not encrypted. Code: 2)" << none;
         QDir(dir.path()).mkdir(QStringLiteral("folder.nimbra-env"));
-        QTest::newRow("directory") << path("folder.nimbra-env") << "out-dir" << 2u
+        QTest::newRow("plaintext") << envelope(path("ok.nimbra-env"), "hi") << "ok" << "" << QByteArray("hi");
+        QTest::newRow("zero bytes") << envelope(path("0.nimbra-env"), "") << "0" << "" << QByteArray("");
+        QTest::newRow("wrong passphrase") << envelope(path("pw.nimbra-env"), "x", "other") << "pw"
+                                          << "(Passphrase doesn't match Code: 1)" << none;
+        QTest::newRow("corrupt") << path("corrupt.nimbra-env") << "corrupt"
+                                 << "(Input file is corrupted or not encrypted. Code: 2)" << none;
+        QTest::newRow("directory") << path("folder.nimbra-env") << "folder"
                                    << "(Source is not a file. Code: -3)" << none;
-        QTest::newRow("missing") << path("gone.nimbra-env") << "out-gone" << 2u
+        QTest::newRow("missing") << path("gone.nimbra-env") << "gone"
                                  << "(Source file does not exist. Code: -3)" << none;
-        QTest::newRow("unwritable output")
-            << envelope(path("ok2.nimbra-env"), "abc") << "no-such-folder/out" << 2u
-            << "(Could not write to destination. Code: -1)" << none;
+        QTest::newRow("unwritable output") << path("ok.nimbra-env") << "no/dir"
+                                           << "(Could not write to destination. Code: -1)" << none;
     }
 
     void outcome()
     {
         QFETCH(QString, source);
         QFETCH(QString, output);
-        QFETCH(quint32, status);
         QFETCH(QString, message);
         QFETCH(QByteArray, written);
-
         VextDecryptWorker worker(5, nullptr);
-        QSignalSpy completed(&worker, &VextDecryptWorker::completed);
-        QSignalSpy failed(&worker, &VextDecryptWorker::failed);
-        QSignalSpy started(&worker, &VextDecryptWorker::started);
-        CryptTask task(source, nullptr);
-        task.setOutputPath(dir.filePath(output));
-        task.setPassphrase(QString::fromLatin1(kPassphrase));
-        runTask(worker, task);
-
-        QCOMPARE(started.count(), 1);
-        QCOMPARE(completed.count() + failed.count(), 1);
-        QCOMPARE(completed.count(), status == Task::Finished ? 1 : 0);
-        QCOMPARE(quint32(task.status()), status);
-        QCOMPARE(task.errorMessage(), message);
-        QCOMPARE(task.workerIndex(), 5);
-        QCOMPARE(readFile(task.outputPath()), written);
-        if (status == Task::Finished)
-            QCOMPARE(task.progress(), 1.0f);
+        QString heard; // emitted on the worker thread, read after it ended
+        connect(&worker, &VextDecryptWorker::started, [&] { heard += 's'; });
+        connect(&worker, &VextDecryptWorker::completed, [&] { heard += 'c'; });
+        connect(&worker, &VextDecryptWorker::failed, [&] { heard += 'f'; });
+        const CryptTask *task = run(worker, source, output);
+        QVERIFY(task);
+        QCOMPARE(heard, message.isEmpty() ? "sc" : "sf");
+        QCOMPARE(task->status(), message.isEmpty() ? Task::Finished : Task::Error);
+        QCOMPARE(task->errorMessage(), message);
+        QCOMPARE(task->workerIndex(), 5);
+        QCOMPARE(task->progress(), message.isEmpty() ? 1.0f : 0.0f);
+        QCOMPARE(readFile(task->outputPath()), written);
     }
 
-    void nullTaskStartsNothing()
+    // The fraction is over every file that the worker ever opened; a cancel
+    // keeps it, marks the task Cancelled and removes the partial output.
+    void progressOverTheWorkersLifeAndCancel()
     {
         VextDecryptWorker worker(0, nullptr);
-        worker.startTask(nullptr);
-        QVERIFY(!worker.isRunning());
-        QCOMPARE(worker.resultText(), QStringLiteral("(Invalid file Code: -3)"));
-    }
+        worker.startTask(nullptr); // starts nothing
+        QVERIFY(!worker.isRunning() && worker.resultText() == "(Invalid file Code: -3)");
 
-    // The fraction is over every file the worker ever opened.
-    void progressIsCumulativeOverTheWorkersLife()
-    {
         const QString first = envelope(path("first.nimbra-env"), QByteArray(5000, 'a'));
         const QString second = envelope(path("second.nimbra-env"), QByteArray(300, 'b'));
-        VextDecryptWorker worker(0, nullptr);
-        CryptTask one(first, nullptr), two(second, nullptr);
-        one.setOutputPath(path("first.out"));
-        two.setOutputPath(path("second.out"));
-        one.setPassphrase(QString::fromLatin1(kPassphrase));
-        two.setPassphrase(QString::fromLatin1(kPassphrase));
-        runTask(worker, one);
-        runTask(worker, two);
-        const float expected =
-            float(5000 + 300) / float(QFileInfo(first).size() + QFileInfo(second).size());
-        QCOMPARE(worker.fractionDone(), expected);
-        QCOMPARE(two.progress(), 1.0f);
-    }
+        QVERIFY(run(worker, first, "first"));
+        QCOMPARE(run(worker, second, "second")->progress(), 1.0f);
+        QCOMPARE(worker.fractionDone(), 5300.0f / float(QFileInfo(first).size() + QFileInfo(second).size()));
 
-    void cancelRemovesPartialOutput()
-    {
-        const QString source = sparseEnvelope(path("big.nimbra-env"), qint64(1) << 30);
-        VextDecryptWorker worker(0, nullptr);
         QSignalSpy failed(&worker, &VextDecryptWorker::failed);
-        CryptTask task(source, nullptr);
-        task.setOutputPath(path("big.out"));
-        task.setPassphrase(QString::fromLatin1(kPassphrase));
-        worker.startTask(&task);
-        worker.cancel();
-        QVERIFY(worker.wait(30000));
-        QCOMPARE(task.status(), Task::Cancelled);
-        QCOMPARE(failed.count(), 1);
-        QVERIFY(task.errorMessage().isEmpty());
-        QVERIFY(task.progress() < 1.0f);
-        QCOMPARE(task.progress(), worker.fractionDone());
-        QVERIFY(!QFile::exists(task.outputPath()));
+        const CryptTask *task = run(worker, sparseEnvelope(path("big.nimbra-env")), "big", true);
+        QVERIFY(task->status() == Task::Cancelled && failed.count() == 1);
+        QVERIFY(task->errorMessage().isEmpty() && !QFile::exists(path("big")));
+        QVERIFY(task->progress() < 1.0f && task->progress() == worker.fractionDone());
     }
 };
 

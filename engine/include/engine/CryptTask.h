@@ -19,7 +19,7 @@ public:
     ~CryptTask() override;
 
     // "Finished -> <output>" when finished, otherwise the base text.
-    QString statusText() override;
+    QString statusText() const override;
     // True for a CryptTask with exactly the same sourcePath.
     bool isSame(const Task *other) const override;
 

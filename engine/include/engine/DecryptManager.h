@@ -79,6 +79,8 @@ signals:
     void loaded(bool hasTasks);       // declared for listeners, never emitted
     void error(QString msg);
     void started(int pendingCount);
+    // Once per batch that start() began: the dispatcher has ended and no
+    // worker is busy any more.
     void allFinished();
 
 public slots:
@@ -98,7 +100,7 @@ private:
     bool dispatchOne();
     CryptTask *returnWorker(VextDecryptWorker *worker,
                             const std::function<void(CryptTask *)> &fileTask);
-    void announceIfIdle();
+    void finishBatchIfIdle();
     void completeOutput(CryptTask *task);
     void renamePlainInput(CryptTask *task);
     void deleteAfterSuccess(CryptTask *task);
@@ -122,4 +124,6 @@ private:
     // cleared so that pointers already sent in statsChanged stay valid.
     QList<CryptTask *> m_cancelled;
     std::function<bool()> m_deleteEncrypted;
+    // A batch was started and its allFinished() is still owed. GUI thread only.
+    bool m_batchActive = false;
 };

@@ -38,7 +38,8 @@ public:
     // Makes the worker ready for the next task. The byte counters stay.
     void reset();
 
-    CryptTask *task() const { return m_task; }
+    // The task being run, or null. Safe to read from any thread.
+    CryptTask *task() const { return m_task.load(); }
     unsigned index() const { return m_index; }
     // Written plaintext over opened envelope bytes, over the worker's life.
     float fractionDone() const;
@@ -64,7 +65,9 @@ private:
     bool copyPlaintext(qint64 sourceSize);
 
     unsigned m_index;
-    CryptTask *m_task = nullptr;
+    // Set on the dispatcher thread, read on the GUI thread (progress timer,
+    // running tasks) while the worker is busy: atomic.
+    std::atomic<CryptTask *> m_task{nullptr};
     QString m_sourcePath;
     QString m_outputPath;
     QString m_passphrase;
