@@ -29,9 +29,9 @@ QString read(const QString &path)
 // plain one; numbered ones may come in any order.
 QStringList conversions(const QString &text)
 {
-    static const QRegularExpression spec("%(\\d+\\$)?[-+ #0']*[\\d*]*(?:\\.[\\d*]+)?[hlLqjzt]*([^%])");
+    static const QRegularExpression conversion("%(\\d+\\$)?[-+ #0']*[\\d*]*(?:\\.[\\d*]+)?[hlLqjzt]*([^%])");
     QStringList found;
-    for (auto it = spec.globalMatch(QString(text).remove("%%")); it.hasNext();) {
+    for (auto it = conversion.globalMatch(QString(text).remove("%%")); it.hasNext();) {
         const QRegularExpressionMatch m = it.next();
         found << m.captured(1) + m.captured(2);
     }
