@@ -1,174 +1,345 @@
-// Envelopes from the independent writer decrypt to the exact plaintext for
-// every length edge, read-size sequence, buffer alignment, winning slot,
-// digest and trailer variant; wrong passphrases are refused.
-#include "CryptoTestSupport.h"
+// The decrypter. The trailer walk meets hand-made hostile tails; envelopes
+// from the independent writer decrypt exactly for every length edge,
+// read-size sequence, buffer alignment and winning key slot; files cover the
+// side-file rule, the 8,192-byte tail, the probe and every failure with its
+// code and message. Known-answer vectors computed outside this code base pin
+// the format itself, so writer and decrypter can't agree on a mistake.
+#include "nmcrypto/nmcrypto_dec.h"
 #include "nmcrypto_seams.h"
+#include "nmkeystream.h"
+#include "nmtrailer.h"
 
 #include "envelope_writer/EnvelopeWriter.h"
+#include "nmplatform/nmfile.h"
 
-using namespace nmtest;
+#include <QtTest>
+#include <openssl/evp.h>
+
+#include <cerrno>
+#include <fstream>
+#include <unistd.h>
+
 namespace ew = envelope_writer;
+using Slots = std::vector<uint32_t>;
+Q_DECLARE_METATYPE(std::string)
+Q_DECLARE_METATYPE(Slots)
 
 namespace {
 
-const std::vector<size_t> kLengths = {0,     1,     15,    16,    17,    127,  128,
-                                      129,   65535, 65536, 65636, 3 * 1048576 + 7};
+const std::string kNone = "<none>";
 
-struct ReadPattern {
-  const char *name;
-  std::vector<size_t> sizes;
-  size_t offset;
-};
-
-const std::vector<ReadPattern> kPatterns = {
-    {"1024 aligned", {1024}, 0},
-    {"128 misaligned", {128}, 3},
-    {"65536", {65536}, 0},
-    {"70000 misaligned", {70000}, 5},
-    {"mixed", {128, 70000, 1000, 129, 65536, 4097, 200}, 1},
-    {"mixed aligned", {4096, 130, 65535, 128, 1024}, 0},
-};
-
-void testLengthsAndReadSizes() {
-  TempDir dir;
-  for (size_t length : kLengths) {
-    const std::string path = dir.file("L" + std::to_string(length) + ".nimbra-env");
-    std::string error;
-    CHECK(ew::writePatternEnvelope(path, length, "pass", {}, &error), error);
-    const std::string want = ew::patternString(0, length);
-    for (const ReadPattern &p : kPatterns) {
-      if (length > 200000 && p.sizes.size() == 1 && p.sizes[0] < 1024) continue;
-      Decrypted d = decryptFile(path, "pass", p.sizes, p.offset);
-      const std::string what = "length " + std::to_string(length) + ", " + p.name;
-      CHECK_EQ(d.openRc, 0u, what + " " + d.message);
-      CHECK_EQ(d.readRc, 0u, what + " " + d.message);
-      CHECK(d.plaintext == want, what);
-    }
-  }
+std::string be(uint64_t v, int bytes) {
+  std::string out;
+  for (int i = bytes - 1; i >= 0; --i) out.push_back(static_cast<char>(v >> (8 * i)));
+  return out;
 }
 
-// 65,636 bytes read 1,024 at a time: 64 full reads, then 100, then the end.
-void testReadCounts() {
-  TempDir dir;
-  const std::string path = dir.file("a.nimbra-env");
-  CHECK(ew::writePatternEnvelope(path, 65636, "pass"), "write");
-  nm_crypto_dec_t *dec = nm_crypto_dec_new();
-  CHECK_EQ(nm_crypto_dec_open("pass", path.c_str(), dec, nullptr), 0u, "open");
-  std::vector<uint64_t> counts;
-  std::vector<char> buffer(1024);
-  for (int i = 0; i < 70; ++i) {
-    uint64_t count = 99;
-    CHECK_EQ(nm_crypto_dec_read(dec, buffer.data(), buffer.size(), &count), 0u, "read");
-    counts.push_back(count);
-    if (count == 0) break;
-  }
-  std::vector<uint64_t> want(64, 1024);
-  want.push_back(100);
-  want.push_back(0);
-  CHECK(counts == want, "read counts");
-  uint64_t count = 0;
-  CHECK_EQ(nm_crypto_dec_read(dec, buffer.data(), 127, &count), 6u, "size below 128");
-  CHECK_EQ(std::string(nm_crypto_dec_error_text(dec)), std::string("Output buffer too small"),
-           "message");
-  nm_crypto_dec_free(&dec);
-  CHECK(dec == nullptr, "free nulls the variable");
-  nm_crypto_dec_free(&dec);
-  nm_crypto_dec_free(nullptr);
-  CHECK_EQ(nm_crypto_dec_open("p", path.c_str(), nullptr, nullptr), 6u, "null handle");
-  CHECK_EQ(nm_crypto_dec_read(nullptr, buffer.data(), 1024, &count), 6u, "null handle");
+std::string record(uint16_t tag, uint16_t lengthWord, size_t bodyBytes = 0) {
+  return std::string(bodyBytes, '\x11') + be(tag, 2) + be(lengthWord, 2) + be(ew::kMagicV1, 4);
 }
 
-ew::ExtraRecord slot(const std::string &passphrase, ew::Digest digest = ew::Digest::Sha256,
-                     size_t length = 24) {
-  ew::ExtraRecord r;
-  r.usePassphrase = true;
-  r.passphrase = passphrase;
-  r.digest = digest;
-  r.length = length;
-  return r;
+// A trailer for file key `key`, with one unknown record of extra bytes (none when 0).
+std::string trailer(size_t length, const char *passphrase, size_t extra = 0, char key = '1') {
+  ew::EnvelopeOptions opts;
+  opts.fileKey = std::string(16, key);
+  if (extra) opts.records = {ew::ExtraRecord{0x0001, false, "", ew::Digest::Sha256, extra}};
+  return ew::buildTrailer(length, passphrase, opts);
 }
 
-ew::ExtraRecord unknown(uint16_t tag, size_t length) {
-  ew::ExtraRecord r;
-  r.tag = tag;
-  r.length = length;
-  return r;
+// Puts content at path, or nothing for kNone.
+void place(const std::string &path, const std::string &content) {
+  unlink(path.c_str());
+  if (content != kNone) std::ofstream(path, std::ios::binary) << content;
+}
+
+// Read seam: fails the system read number g_failAt (0 is the first) with EIO.
+int g_calls = 0, g_failAt = -1;
+
+long failingRead(intptr_t handle, void *buffer, size_t size) {
+  if (g_calls++ != g_failAt) return ::read(static_cast<int>(handle), buffer, size);
+  errno = EIO;
+  return -1;
 }
 
 struct SlotCase {
-  const char *name;
-  std::string mainPassphrase;
+  std::string mainPassphrase;  // the envelope is opened with "right"
   ew::EnvelopeOptions opts;
-  std::string passphrase;
-  uint32_t rc;
+  int fips;
+  QByteArray message;  // empty: opens
 };
 
-std::vector<SlotCase> slotCases() {
-  ew::EnvelopeOptions md5;
-  md5.digest = ew::Digest::Md5;
-  ew::EnvelopeOptions second;
-  second.records = {slot("other"), slot("right"), slot("third")};
-  ew::EnvelopeOptions last;
-  last.records = {slot("a"), unknown(0x0001, 64), slot("b", ew::Digest::Sha256, 40),
-                  unknown(0x8108, 8), slot("right")};
-  last.magic = ew::kMagicV2;
-  last.flagBit = true;
-  ew::EnvelopeOptions md5Slot;
-  md5Slot.digest = ew::Digest::Md5;
-  md5Slot.records = {slot("right", ew::Digest::Md5)};
-  ew::EnvelopeOptions wrongDigest;  // check value is SHA-256: an MD5-wrapped slot can't pass
-  wrongDigest.records = {slot("right", ew::Digest::Md5)};
-  return {
-      {"main slot, SHA-256", "right", {}, "right", 0},
-      {"main slot, MD5", "right", md5, "right", 0},
-      {"empty passphrase", "", {}, "", 0},
-      {"second record", "wrong", second, "right", 0},
-      {"last record behind unknown ones, version 2, flag bit", "wrong", last, "right", 0},
-      {"MD5 key-slot record", "x", md5Slot, "right", 0},
-      {"slot wrapped with the other digest", "x", wrongDigest, "right", 1},
-      {"passphrase one byte off", "right", second, "rights", 1},
-      {"passphrase one byte off in the middle", "right", {}, "riGht", 1},
-  };
-}
+struct FileCase {
+  std::string envelope, side;  // contents; side is the ".nmb-meta" file
+  uint32_t rc;                 // the open's, or the first failed read's
+  QByteArray message;
+  size_t delivered;            // plaintext bytes
+  uint32_t probe;
+  int failAt = -1;             // the system read that fails
+};
 
-void testSlots() {
-  TempDir dir;
-  const std::string plain = ew::patternString(0, 1000);
-  for (const SlotCase &c : slotCases()) {
-    const std::string path = dir.file("s.nimbra-env");
-    CHECK(ew::writeEnvelope(path, plain, c.mainPassphrase, c.opts), c.name);
-    Decrypted d = decryptFile(path, c.passphrase);
-    CHECK_EQ(d.openRc, c.rc, c.name);
-    if (c.rc == 0) CHECK(d.plaintext == plain, c.name);
-    if (c.rc == 1) CHECK_EQ(d.message, std::string("Passphrase doesn't match"), c.name);
+struct Decrypted {
+  uint32_t openRc = 0, readRc = 0, sysError = 0;  // readRc: the first failed read's
+  QByteArray message;
+  std::string plaintext;
+  std::vector<uint64_t> counts;
+};
+
+// Opens path and reads to the end, asking for sizes in turn (cycled), into a
+// buffer offset bytes past a 64-byte boundary. A failed read is tried once more.
+Decrypted decryptFile(const std::string &path, const char *passphrase,
+                      const std::vector<size_t> &sizes = {1024}, size_t offset = 0) {
+  Decrypted d;
+  nm_crypto_dec_t *dec = nm_crypto_dec_new();
+  d.openRc = nm_crypto_dec_open(passphrase, path.c_str(), dec, &d.sysError);
+  std::vector<uint8_t> storage(70000 + 128);
+  uint8_t *buffer = storage.data() + offset + 64 - reinterpret_cast<uintptr_t>(storage.data()) % 64;
+  uint64_t count = d.openRc == 0;
+  for (size_t i = 0, failures = 0; count != 0 && failures < 2; ++i) {
+    const uint32_t rc = nm_crypto_dec_read(dec, buffer, sizes[i % sizes.size()], &count);
+    d.readRc = d.readRc ? d.readRc : rc;
+    failures += rc != 0;
+    if (rc != 0) count = 1;
+    else d.plaintext.append(reinterpret_cast<char *>(buffer), count), d.counts.push_back(count);
   }
-}
-
-void testFips() {
-  TempDir dir;
-  const std::string md5Path = dir.file("md5.nimbra-env"), shaPath = dir.file("sha.nimbra-env");
-  ew::EnvelopeOptions md5;
-  md5.digest = ew::Digest::Md5;
-  CHECK(ew::writeEnvelope(md5Path, "abc", "p", md5), "write");
-  CHECK(ew::writeEnvelope(shaPath, "abc", "p"), "write");
-  nm_crypto_dec_force_fips(1);
-  Decrypted refused = decryptFile(md5Path, "p");
-  Decrypted sha = decryptFile(shaPath, "p");
-  Decrypted wrong = decryptFile(shaPath, "q");
-  nm_crypto_dec_force_fips(-1);
-  CHECK_EQ(refused.openRc, 1u, "MD5 envelope in FIPS mode");
-  CHECK_EQ(refused.message,
-           std::string("Passphrase doesn't match or file was encrypted using out of date software"),
-           "FIPS message");
-  CHECK(sha.openRc == 0 && sha.plaintext == "abc", "SHA-256 envelope in FIPS mode");
-  CHECK_EQ(wrong.openRc, 1u, "mismatch in FIPS mode");
+  d.message = nm_crypto_dec_error_text(dec);
+  nm_crypto_dec_free(&dec);
+  return d;
 }
 
 }  // namespace
 
-int main() {
-  return runCases({{"lengths and read sizes", testLengthsAndReadSizes},
-                   {"read counts and arguments", testReadCounts},
-                   {"key slots", testSlots},
-                   {"FIPS mode", testFips}});
-}
+Q_DECLARE_METATYPE(SlotCase)
+Q_DECLARE_METATYPE(FileCase)
+
+class TestDecrypt : public QObject {
+  Q_OBJECT
+  QTemporaryDir dir_;
+  std::string plain_ = ew::patternString(0, 70000), payload_;  // payload_: plain_ under key '1'
+  std::string path(const QString &name) const { return dir_.filePath(name).toStdString(); }
+
+private Q_SLOTS:
+  void initTestCase() {
+    ew::EnvelopeOptions opts;
+    opts.fileKey = std::string(16, '1');
+    opts.sideFile = true;  // so the envelope is the payload alone
+    QVERIFY(ew::writeEnvelope(path("ref"), plain_, "A", opts));
+    std::ifstream in(path("ref"), std::ios::binary);
+    payload_.assign(std::istreambuf_iterator<char>(in), {});
+    nm_file_set_read_fn(failingRead);  // passes every read through unless a row says otherwise
+  }
+
+  void walk_data() {
+    QTest::addColumn<std::string>("tail");
+    QTest::addColumn<Slots>("slots");  // offsets of the wrapped keys in try order; none: corrupt
+    ew::EnvelopeOptions opts;
+    opts.fields[0] = 0xFFFE;
+    const std::string m = ew::buildTrailer(5, "p", opts), slot8 = record(ew::kTagKeySlot, 8);
+    auto with = [&m](size_t at, uint64_t value, int bytes) {
+      return std::string(m).replace(at, bytes, be(value, bytes));
+    };
+    std::string full = m, tooMany;
+    Slots fullSlots{24};
+    for (uint32_t i = 0; i < 1009; ++i, full += slot8) fullSlots.push_back(120 + 8 * i);
+    for (tooMany = full; tooMany.size() < full.size() + 16 * 8;) tooMany += slot8;
+    QTest::newRow("main record alone") << m << Slots{24};
+    QTest::newRow("junk before it") << std::string(3000, '\x7f') + m << Slots{3024};
+    QTest::newRow("version 2 magic") << with(116, ew::kMagicV2, 4) << Slots{24};
+    QTest::newRow("flag bit set") << with(114, 0x8078, 2) << Slots{24};
+    QTest::newRow("slots among unknown records")
+        << m + record(ew::kTagKeySlot, 24, 16) + record(0x0042, 40, 32) +
+               record(ew::kTagKeySlot, 0x8000 | 32, 24) << Slots{24, 120, 184};
+    QTest::newRow("8-byte slot at the very end") << m + slot8 << Slots{24, 120};
+    QTest::newRow("every slot a tail holds") << full << fullSlots;
+    QTest::newRow("more slots than the list holds") << tooMany << Slots();
+    QTest::newRow("one byte short") << m.substr(1) << Slots();
+    QTest::newRow("empty") << std::string() << Slots();
+    QTest::newRow("no magic at the end") << m + "12345678" << Slots();
+    QTest::newRow("main length 121") << "x" + with(114, 121, 2) << Slots();
+    QTest::newRow("slot tag as main tag") << with(112, ew::kTagKeySlot, 2) << Slots();
+    QTest::newRow("length 7") << m + record(0x1234, 7) << Slots();
+    QTest::newRow("flag bit alone, length 0") << m + record(0x1234, 0x8000) << Slots();
+    QTest::newRow("length past the start") << m + record(0x1234, 500, 292) << Slots();
+    QTest::newRow("record near the end") << std::string(200, 0) + record(0x1234, 16, 8) << Slots();
+    QTest::newRow("stops 8 bytes past the start")
+        << record(0x1234, 8) + record(0x1234, 8) << Slots();
+  }
+
+  void walk() {
+    QFETCH(std::string, tail);
+    QFETCH(Slots, slots);
+    std::vector<uint8_t> bytes(tail.begin(), tail.end());  // exact size: overreads show
+    static nm_trailer_t out;
+    QCOMPARE(nm_trailer_walk(bytes.data(), bytes.size(), &out), slots.empty() ? 2u : 0u);
+    if (slots.empty()) return;
+    QVERIFY(Slots(out.slots, out.slots + out.slot_count) == slots);
+    QCOMPARE(out.main.length, uint64_t(5));
+    QCOMPARE(out.main.field0, 0xFFFEu);  // widened, not sign-extended
+  }
+
+  void lengths_data() {
+    QTest::addColumn<qulonglong>("length");
+    for (qulonglong n : {0, 1, 15, 16, 17, 127, 128, 129, 65535, 65536, 65636, 3 * 1048576 + 7})
+      QTest::newRow(QByteArray::number(n).constData()) << n;
+  }
+
+  // The same plaintext whatever the sequence of read sizes and the buffer's alignment;
+  // 1,024-byte reads take each 64 KiB buffer in full reads, then its rest.
+  void lengths() {
+    QFETCH(qulonglong, length);
+    QVERIFY(ew::writePatternEnvelope(path("lengths"), length, "pass"));
+    const std::vector<std::pair<std::vector<size_t>, size_t>> patterns = {
+        {{1024}, 0}, {{128}, 3}, {{65536}, 0}, {{70000}, 5},
+        {{128, 70000, 1000, 129, 65536, 4097, 200}, 1}, {{4096, 130, 65535, 128, 1024}, 0}};
+    for (const auto &p : patterns) {
+      Decrypted d = decryptFile(path("lengths"), "pass", p.first, p.second);
+      QCOMPARE(d.openRc + d.readRc, 0u);
+      QVERIFY(d.plaintext == ew::patternString(0, length));
+    }
+    std::vector<uint64_t> counts(64, 1024);
+    counts.insert(counts.end(), {100, 0});
+    QVERIFY(length != 65636 || decryptFile(path("lengths"), "pass").counts == counts);
+  }
+
+  void arguments() {
+    const std::string name = path("ref");
+    const char *file = name.c_str();
+    nm_crypto_dec_t *dec = nm_crypto_dec_new();
+    char buffer[1024];
+    uint64_t count = 0;
+    QCOMPARE(nm_crypto_dec_open("A", file, nullptr, nullptr), 6u);
+    QCOMPARE(nm_crypto_dec_read(nullptr, buffer, sizeof buffer, &count), 6u);
+    QCOMPARE(nm_crypto_dec_open("A", file, dec, nullptr), 0u);
+    QCOMPARE(nm_crypto_dec_open("A", file, dec, nullptr), 6u);  // already open
+    QCOMPARE(nm_crypto_dec_read(dec, buffer, 127, &count), 6u);
+    QCOMPARE(nm_crypto_dec_error_text(dec), "Output buffer too small");
+    QCOMPARE(nm_crypto_dec_read(dec, nullptr, sizeof buffer, &count), 6u);
+    nm_crypto_dec_free(&dec);
+    QVERIFY(dec == nullptr);
+    nm_crypto_dec_free(&dec);
+    nm_crypto_dec_free(nullptr);
+  }
+
+  void keySlots_data() {
+    QTest::addColumn<SlotCase>("c");
+    const ew::Digest sha = ew::Digest::Sha256, md5 = ew::Digest::Md5;
+    auto slot = [](const char *passphrase, ew::Digest digest) {
+      return ew::ExtraRecord{ew::kTagKeySlot, true, passphrase, digest};
+    };
+    ew::EnvelopeOptions plain, md5Main, second, last, md5Slot, otherDigest;
+    md5Main.digest = md5Slot.digest = md5;
+    second.records = {slot("other", sha), slot("right", sha), slot("third", sha)};
+    last.records = {slot("a", sha), {0x0001, false, "", sha, 64}, slot("b", md5),
+                    {0x8108, false, "", sha, 8}, slot("right", sha)};
+    last.magic = ew::kMagicV2;
+    last.flagBit = true;
+    md5Slot.records = otherDigest.records = {slot("right", md5)};  // otherDigest checks by SHA-256
+    const QByteArray mismatch = "Passphrase doesn't match",
+                     fips = mismatch + " or file was encrypted using out of date software";
+    QTest::newRow("main slot") << SlotCase{"right", plain, 0, {}};
+    QTest::newRow("main slot, MD5") << SlotCase{"right", md5Main, 0, {}};
+    QTest::newRow("second record") << SlotCase{"x", second, 0, {}};
+    QTest::newRow("last record behind unknown ones") << SlotCase{"x", last, 0, {}};
+    QTest::newRow("MD5 record") << SlotCase{"x", md5Slot, 0, {}};
+    QTest::newRow("slot of the other digest") << SlotCase{"x", otherDigest, 0, mismatch};
+    QTest::newRow("one byte off") << SlotCase{"riGht", plain, 0, mismatch};
+    QTest::newRow("FIPS, MD5") << SlotCase{"right", md5Main, 1, fips};
+    QTest::newRow("FIPS, SHA-256") << SlotCase{"right", plain, 1, {}};
+    QTest::newRow("FIPS, mismatch") << SlotCase{"x", plain, 1, fips};
+  }
+
+  void keySlots() {
+    QFETCH(SlotCase, c);
+    QVERIFY(ew::writeEnvelope(path("slots"), plain_, c.mainPassphrase, c.opts));
+    nm_crypto_dec_force_fips(c.fips);
+    Decrypted d = decryptFile(path("slots"), "right");
+    nm_crypto_dec_force_fips(-1);
+    QCOMPARE(d.openRc, c.message.isEmpty() ? 0u : 1u);
+    QCOMPARE(d.message, c.message);
+    QVERIFY(d.openRc != 0 || d.plaintext == plain_);
+  }
+
+  void files_data() {
+    QTest::addColumn<FileCase>("c");
+    const size_t n = plain_.size();
+    const std::string full = payload_ + trailer(n, "A"), other = payload_ + trailer(n, "B");
+    const QByteArray corrupt = "Input file is corrupt", mismatch = "Passphrase doesn't match",
+                     eio = "Cannot read fileInput/output error";
+    auto row = [](const char *name, const FileCase &c) { QTest::newRow(name) << c; };
+    row("own trailer", {full, kNone, 0, {}, n, 0});
+    row("side file only", {payload_, trailer(n, "A"), 0, {}, n, 0});
+    row("side file, junk first", {payload_, "junk" + trailer(n, "A"), 0, {}, n, 0});
+    row("own mismatch, side matches", {other, trailer(n, "A"), 0, {}, n, 0});
+    row("own trailer wins", {full, trailer(n, "A", 0, '2'), 0, {}, n, 0});
+    row("mismatch", {other, kNone, 1, mismatch, 0, 0});
+    row("mismatch, side corrupt", {other, "not a trailer", 2, corrupt, 0, 0});
+    row("corrupt, side mismatch", {payload_, trailer(n, "B"), 1, mismatch, 0, 0});
+    row("119 bytes", {std::string(119, 0), kNone, 2, corrupt, 0, 5});
+    row("120 bytes, empty payload", {ew::buildTrailer(0, "A"), kNone, 0, {}, 0, 0});
+    row("text, side file text", {std::string(500, 't'), "text", 2, corrupt, 0, 5});
+    row("trailer of 8,192 bytes", {payload_ + trailer(n, "A", 8072), kNone, 0, {}, n, 0});
+    row("main record 8,193 bytes from the end",
+        {payload_ + trailer(n, "A", 8073), kNone, 2, corrupt, 0, 5});
+    row("missing", {kNone, kNone, 3, "Cannot open file: No such file or directory", 0, 3});
+    row("tail read fails", {full, kNone, 3, "Cannot read file: Input/output error", 0, 0, 0});
+    row("first payload read fails", {full, kNone, 3, eio, n, 0, 1});
+    row("last payload read fails", {full, kNone, 3, eio, n, 0, 2});
+    row("payload cut short",
+        {payload_.substr(0, 66000), trailer(n, "A"), 3, "Read failed", 65536, 0});
+  }
+
+  // Opened with "A", then probed, which needs no passphrase.
+  void files() {
+    QFETCH(FileCase, c);
+    place(path("case.nimbra-env"), c.envelope);
+    place(path("case.nimbra-env.nmb-meta"), c.side);
+    g_calls = 0, g_failAt = c.failAt;
+    Decrypted d = decryptFile(path("case.nimbra-env"), "A");
+    g_failAt = -1;
+    QCOMPARE(d.openRc ? d.openRc : d.readRc, c.rc);
+    QCOMPARE(d.message, c.message);  // none after success, even through the side file
+    QCOMPARE(d.sysError != 0, d.openRc == 3);
+    QVERIFY(d.plaintext == plain_.substr(0, c.delivered));  // a failed read loses nothing
+    uint32_t sysError = 0;
+    QCOMPARE(nm_crypto_dec_probe(path("case.nimbra-env").c_str(), &sysError), c.probe);
+    QVERIFY(c.probe != 3 || sysError != 0);
+  }
+
+  // An envelope built byte by byte outside this code base: SHA-256 main slot,
+  // two chunks, the second ending mid-block.
+  void knownAnswer() {
+    place(path("kat"), QByteArray::fromHex(
+        "827fcc658254fdc1b885f0fcde75231939b1d8868375658a40d3784c3378307544cc048f86103b53ddc5"
+        "8c8cde11a38c557fc89f5ca705b693a62ecd39a994ea19d3c775302db1f4a733e43a357bdedaf47a1a31"
+        "3a98c22c532d3b4a9cc2fa3a1005d201fe88c5f1bff4050129af52e0c8c38df27fe951e53fc8ccefacb5"
+        "106046f3d2633a0daf83aa7c593dfdc757000000000000008fa0a1a2a3a4a5a6a7a8a9aaabacadaeaf75"
+        "3928439c033274be169bf5642b797d094bff23639666c9e715584d39680467303132333435363738393a"
+        "3b3c3d3e3f000000000000000000000000000000000000000000000000000000000000000000010002"
+        "0003000481060078b10bb10b").toStdString());
+    Decrypted d = decryptFile(path("kat"), "kat passphrase", {128}, 1);
+    QCOMPARE(d.openRc + d.readRc, 0u);
+    QCOMPARE(QByteArray::fromStdString(d.plaintext),
+             QByteArray("Known answer: 128-byte chunks, counter XORed big-endian into the IV, "
+                        "ciphertext fed back, keystream plus 0x5A. The second chunk ends "
+                        "mid-block."));
+  }
+
+  // Chunk numbers far beyond any test file: every byte of the counter counts.
+  void highChunkNumbers() {
+    const QByteArray key = QByteArray::fromHex("000102030405060708090a0b0c0d0e0f"),
+                     iv = QByteArray::fromHex("f0f1f2f3f4f5f6f7f8f9fafbfcfdfeff");
+    uint8_t data[17], scratch[NM_KEYSTREAM_SCRATCH];
+    for (int i = 0; i < 16; ++i) data[i + 1] = static_cast<uint8_t>(i * 131 + 7);
+    EVP_CIPHER_CTX *ctx = EVP_CIPHER_CTX_new();
+    EVP_EncryptInit_ex(ctx, EVP_aes_128_ecb(), nullptr,
+                       reinterpret_cast<const uint8_t *>(key.constData()), nullptr);
+    EVP_CIPHER_CTX_set_padding(ctx, 0);
+    QCOMPARE(nm_keystream_decrypt(ctx, reinterpret_cast<const uint8_t *>(iv.constData()),
+                                  0x91a2b3c4d5e6f00, data + 1, data + 1, 16, scratch), 0);
+    EVP_CIPHER_CTX_free(ctx);  // in place, from an odd address
+    QCOMPARE(QByteArray(reinterpret_cast<char *>(data + 1), 16).toHex(),
+             QByteArray("58835e072f16b52b7c9316e225d98b9a"));
+  }
+};
+
+QTEST_APPLESS_MAIN(TestDecrypt)
+#include "test_decrypt.moc"
