@@ -93,8 +93,8 @@ private:
 
     void clearTable();
     void fillTable(const QList<CryptTask *> &tasks);
-    void writeRow(CryptTask *task);
-    bool belongsToView(CryptTask *task) const;
+    void writeRow(const CryptTask *task);
+    bool belongsToView(const CryptTask *task) const;
     void removeTableRow(int row);
     void removeRowsWithStatus(int status);
     void setDecryptIdle();

@@ -57,7 +57,7 @@ void MainWindow::onDecryptStatus(const CryptTask *task)
 {
     onStatusMessage(QString(), false);
     if (task)
-        writeRow(const_cast<CryptTask *>(task));
+        writeRow(task);
 }
 
 void MainWindow::clearTable()
@@ -78,7 +78,7 @@ void MainWindow::fillTable(const QList<CryptTask *> &tasks)
         writeRow(tasks.at(i));
 }
 
-bool MainWindow::belongsToView(CryptTask *task) const
+bool MainWindow::belongsToView(const CryptTask *task) const
 {
     switch (currentView) {
     case FinishedView:
@@ -90,7 +90,7 @@ bool MainWindow::belongsToView(CryptTask *task) const
     }
 }
 
-void MainWindow::writeRow(CryptTask *task)
+void MainWindow::writeRow(const CryptTask *task)
 {
     QTableWidget *table = ui->_messagesTbl;
     QTableWidgetItem *fileItem = rows.value(task);
