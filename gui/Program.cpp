@@ -4,26 +4,42 @@
 #include "MainWindow.h"
 #include "Version.h"
 
+#include <cstdio>
 #include <cstring>
 
 namespace {
-// The modes that answer without a window also work without a display, for
-// example from a script on a headless machine.
-void allowWindowlessModes(int argc, char **argv)
+bool hasDisplay()
 {
-    if (argc < 2 || qEnvironmentVariableIsSet("QT_QPA_PLATFORM") || qEnvironmentVariableIsSet("DISPLAY")
-        || qEnvironmentVariableIsSet("WAYLAND_DISPLAY"))
-        return;
+    return qEnvironmentVariableIsSet("QT_QPA_PLATFORM") || qEnvironmentVariableIsSet("DISPLAY")
+        || qEnvironmentVariableIsSet("WAYLAND_DISPLAY");
+}
+
+bool isWindowlessMode(int argc, char **argv)
+{
+    if (argc < 2)
+        return false;
     for (const char *mode : {"-test", "-test-list", "-v", "--version"}) {
         if (std::strcmp(argv[1], mode) == 0)
-            qputenv("QT_QPA_PLATFORM", "offscreen");
+            return true;
     }
+    return false;
 }
 } // namespace
 
 int runProgram(int argc, char **argv, std::function<void(MainWindow *)> afterShow)
 {
-    allowWindowlessModes(argc, argv);
+    if (!hasDisplay()) {
+        // The modes that answer without a window also work on a headless
+        // machine; the window itself needs a display, so say how to get one
+        // instead of letting the toolkit abort.
+        if (!isWindowlessMode(argc, argv)) {
+            std::fprintf(stderr, "%s: no display to open the window on (DISPLAY is not set).\n"
+                                 "Start it from a desktop session, or on a virtual display with: xvfb-run %s\n",
+                         argv[0], argv[0]);
+            return 1;
+        }
+        qputenv("QT_QPA_PLATFORM", "offscreen");
+    }
     // Set before anything opens a settings store, which these values key.
     QCoreApplication::setOrganizationName(QStringLiteral(NM_ORGANIZATION));
     QCoreApplication::setOrganizationDomain(QStringLiteral(NM_ORGANIZATION_DOMAIN));
