@@ -19,8 +19,11 @@ QString dotted(const QString &ext)
 
 bool isTaken(const QString &path)
 {
+    // A dangling link counts: the output would be written through it. Asking
+    // for the link first costs one lstat, which also answers exists() unless
+    // the name is a link.
     const QFileInfo info(path);
-    return info.exists() || info.isSymLink(); // a dangling link would be written through
+    return info.isSymLink() || info.exists();
 }
 
 QString markedName(const QString &output)
