@@ -106,6 +106,7 @@ void DecryptManager::stop()
         QWriteLocker locker(&m_lock);
         m_stopRequested = true;
         busy = m_busyWorkers;
+        noteChange();
     }
     for (VextDecryptWorker *worker : qAsConst(busy))
         worker->cancel();
@@ -113,11 +114,14 @@ void DecryptManager::stop()
 }
 
 // The dispatcher. It never sleeps or waits, so a returning worker gets its
-// next path at once; while every allowed worker is busy it only gives the
-// processor up, which keeps a core free for the workers.
+// next path at once. While every allowed worker is busy it spins on the
+// change count alone, without the lock, and gives the processor up on each
+// pass, which keeps a core free for the workers and never holds up the
+// writers of the lists.
 void DecryptManager::run()
 {
     for (;;) {
+        const unsigned seen = m_changes.load(std::memory_order_acquire);
         bool mayDispatch = false;
         {
             QReadLocker locker(&m_lock);
@@ -125,7 +129,9 @@ void DecryptManager::run()
                 return;
             mayDispatch = m_busyWorkers.size() < m_threadsInUse && !m_idleWorkers.isEmpty();
         }
-        if (!mayDispatch || !dispatchOne())
+        if (mayDispatch && dispatchOne())
+            continue;
+        while (m_changes.load(std::memory_order_acquire) == seen)
             QThread::yieldCurrentThread();
     }
 }
@@ -177,6 +183,7 @@ CryptTask *DecryptManager::returnWorker(VextDecryptWorker *worker,
     m_busyWorkers.removeOne(worker);
     worker->reset();
     m_idleWorkers.prepend(worker);
+    noteChange();
     return task;
 }
 
@@ -259,4 +266,10 @@ void DecryptManager::onChangeNumThreads(int num)
 {
     QWriteLocker locker(&m_lock);
     m_threadsInUse = (num >= 1 && num <= m_maxWorkers) ? num : 1;
+    noteChange();
+}
+
+void DecryptManager::noteChange()
+{
+    m_changes.fetch_add(1, std::memory_order_release);
 }

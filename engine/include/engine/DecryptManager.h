@@ -11,6 +11,7 @@
 // the window must be connected queued.
 #pragma once
 
+#include <atomic>
 #include <functional>
 
 #include <QList>
@@ -101,6 +102,9 @@ private:
     CryptTask *returnWorker(VextDecryptWorker *worker,
                             const std::function<void(CryptTask *)> &fileTask);
     void finishBatchIfIdle();
+    // Tells the dispatcher that a dispatch may have become possible or that
+    // it must stop. Called with the write lock held, after the edit.
+    void noteChange();
     void completeOutput(CryptTask *task);
     void renamePlainInput(CryptTask *task);
     void deleteAfterSuccess(CryptTask *task);
@@ -126,4 +130,7 @@ private:
     std::function<bool()> m_deleteEncrypted;
     // A batch was started and its allFinished() is still owed. GUI thread only.
     bool m_batchActive = false;
+    // Counts the edits that may let the dispatcher go on (a worker back, a
+    // new thread count, a stop), so that it can spin without the lock.
+    std::atomic<unsigned> m_changes{0};
 };
