@@ -35,13 +35,23 @@ bool DecryptManager::guard()
     return false;
 }
 
-int DecryptManager::addFiles(const QStringList &paths)
+bool DecryptManager::editLists(const std::function<void()> &edit)
 {
     if (!guard())
-        return 0;
-    int added = 0;
+        return false;
     {
         QWriteLocker locker(&m_lock);
+        edit();
+        m_total = m_pending.size() + m_failed.size() + m_finished.size();
+    }
+    emit statsChanged();
+    return true;
+}
+
+int DecryptManager::addFiles(const QStringList &paths)
+{
+    int added = 0;
+    editLists([&] {
         QSet<QString> known(m_pending.cbegin(), m_pending.cend());
         for (const QString &path : paths) {
             if (known.contains(path))
@@ -50,9 +60,7 @@ int DecryptManager::addFiles(const QStringList &paths)
             m_pending.append(path);
             ++added;
         }
-        m_total = m_pending.size() + m_failed.size() + m_finished.size();
-    }
-    emit statsChanged();
+    });
     return added;
 }
 
@@ -65,58 +73,30 @@ void DecryptManager::retire(QList<CryptTask *> &tasks)
 
 bool DecryptManager::clearFinished()
 {
-    if (!guard())
-        return false;
-    {
-        QWriteLocker locker(&m_lock);
-        retire(m_finished);
-        m_total = m_failed.size() + m_pending.size();
-    }
-    emit statsChanged();
-    return true;
+    return editLists([this] { retire(m_finished); });
 }
 
 bool DecryptManager::clearFailed()
 {
-    if (!guard())
-        return false;
-    {
-        QWriteLocker locker(&m_lock);
-        retire(m_failed);
-        m_total = m_finished.size() + m_pending.size();
-    }
-    emit statsChanged();
-    return true;
+    return editLists([this] { retire(m_failed); });
 }
 
 bool DecryptManager::clearPending()
 {
-    if (!guard())
-        return false;
-    {
-        QWriteLocker locker(&m_lock);
+    return editLists([this] {
         m_pending.clear();
         retire(m_cancelled);
-        m_total = m_failed.size() + m_finished.size();
-    }
-    emit statsChanged();
-    return true;
+    });
 }
 
 bool DecryptManager::clearAll()
 {
-    if (!guard())
-        return false;
-    {
-        QWriteLocker locker(&m_lock);
+    return editLists([this] {
         retire(m_finished);
         retire(m_failed);
         retire(m_cancelled);
         m_pending.clear();
-        m_total = 0;
-    }
-    emit statsChanged();
-    return true;
+    });
 }
 
 bool DecryptManager::reloadFailed()

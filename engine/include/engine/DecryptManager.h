@@ -98,6 +98,9 @@ protected:
 
 private:
     bool guard();
+    // Runs edit on the lists under the write lock unless a batch runs, then
+    // recounts the total and announces the change.
+    bool editLists(const std::function<void()> &edit);
     bool dispatchOne();
     CryptTask *returnWorker(VextDecryptWorker *worker,
                             const std::function<void(CryptTask *)> &fileTask);
