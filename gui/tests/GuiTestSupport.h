@@ -4,24 +4,16 @@
 
 #include <envelope_writer/EnvelopeWriter.h>
 
-#include <QApplication>
-#include <QMessageBox>
-#include <QPushButton>
-#include <QSettings>
-#include <QTimer>
 #include <QtTest>
+#include <QtWidgets>
 
-// Writes an envelope of plaintext at path that opens with passphrase.
-inline bool writeEnvelope(const QString &path, const QByteArray &plaintext, const QString &passphrase)
+// Writes content at path: an envelope that opens with passphrase, or as it is
+// without one.
+inline bool writeFile(const QString &path, const QByteArray &content, const QString &passphrase = QString())
 {
     QDir().mkpath(QFileInfo(path).absolutePath());
-    return envelope_writer::writeEnvelope(path.toStdString(), plaintext.toStdString(),
-                                          passphrase.toStdString());
-}
-
-inline bool writePlainFile(const QString &path, const QByteArray &content)
-{
-    QDir().mkpath(QFileInfo(path).absolutePath());
+    if (!passphrase.isEmpty())
+        return envelope_writer::writeEnvelope(path.toStdString(), content.toStdString(), passphrase.toStdString());
     QFile file(path);
     return file.open(QIODevice::WriteOnly) && file.write(content) == content.size();
 }
@@ -41,7 +33,7 @@ struct QuestionAnswerer : QTimer {
     {
         connect(this, &QTimer::timeout, [this, button] {
             auto *box = qobject_cast<QMessageBox *>(QApplication::activeModalWidget());
-            if (box && box->isVisible() && box->button(button)) {
+            if (box && box->button(button)) {
                 questions << box->text();
                 box->button(button)->click();
             }

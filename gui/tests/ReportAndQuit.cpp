@@ -19,10 +19,9 @@ static void reportWhenLoaded(MainWindow *window)
         QTimer::singleShot(20, window, [window] { reportWhenLoaded(window); });
         return;
     }
-    QString report = QStringLiteral("title=") + window->windowTitle() + QLatin1Char('\n');
+    std::printf("title=%s\n", qUtf8Printable(window->windowTitle()));
     for (const QString &path : DecryptManager::instance()->pendingPaths())
-        report += QStringLiteral("path=") + path + QLatin1Char('\n');
-    std::fputs(report.toUtf8().constData(), stdout);
+        std::printf("path=%s\n", qUtf8Printable(path));
     std::fflush(stdout);
     QCoreApplication::exit(0);
 }
