@@ -6,7 +6,7 @@ namespace engine_text {
 
 QString lookupRuntime(const QString &key)
 {
-    QByteArray escaped = key.toLatin1();
+    QByteArray escaped = key.toUtf8();
     escaped.replace("%", "%%");
 #if defined(__GNUC__)
 #pragma GCC diagnostic push
@@ -17,8 +17,8 @@ QString lookupRuntime(const QString &key)
 #if defined(__GNUC__)
 #pragma GCC diagnostic pop
 #endif
-    // The Latin-1 conversion of NM_TR.
-    return QString::fromLatin1(text.c_str());
+    // The conversion of NM_TR.
+    return QString::fromUtf8(text.c_str());
 }
 
 } // namespace engine_text

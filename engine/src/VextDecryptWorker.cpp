@@ -158,7 +158,7 @@ void VextDecryptWorker::run()
                                                m_sourcePath.toUtf8().constData(), m_decrypter,
                                                &systemError);
     if (opened != NM_CRYPTO_OK) {
-        fail(static_cast<int>(opened), QString::fromLatin1(nm_crypto_dec_error_text(m_decrypter)));
+        fail(static_cast<int>(opened), QString::fromUtf8(nm_crypto_dec_error_text(m_decrypter)));
         nm_crypto_dec_free(&m_decrypter);
         return;
     }
@@ -186,7 +186,7 @@ bool VextDecryptWorker::copyPlaintext(qint64 sourceSize)
         const uint32_t read = nm_crypto_dec_read(m_decrypter, output.piece(), kPieceSize, &count);
         if (read != NM_CRYPTO_OK) {
             // A decrypter failure mid-stream keeps the partial output.
-            fail(static_cast<int>(read), QString::fromLatin1(nm_crypto_dec_error_text(m_decrypter)));
+            fail(static_cast<int>(read), QString::fromUtf8(nm_crypto_dec_error_text(m_decrypter)));
             nm_crypto_dec_free(&m_decrypter);
             output.close();
             return true;

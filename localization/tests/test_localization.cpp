@@ -1,6 +1,6 @@
 // Display texts: the strings-file parser's edge cases, formatting with
 // positional arguments, locale selection beside the program, and the shipped
-// German file, which must be Latin-1, keep the printf conversions of its keys
+// German file, which must be UTF-8, keep the printf conversions of its keys
 // and translate every key that the engine and the window look up.
 #include <QDirIterator>
 #include <QRegularExpression>
@@ -22,7 +22,7 @@ const QString kSourceDir = QStringLiteral(NM_SOURCE_DIR);
 QString read(const QString &path)
 {
     QFile file(path);
-    return file.open(QIODevice::ReadOnly) ? QString::fromLatin1(file.readAll()) : QString();
+    return file.open(QIODevice::ReadOnly) ? QString::fromUtf8(file.readAll()) : QString();
 }
 
 // The printf conversions of a text: "1$s" for a numbered one, "s" for a
@@ -49,7 +49,7 @@ class TestLocalization : public QObject
 
 private slots:
     // The table that a locale gives, and what a lookup through it formats
-    // with the arguments 3, 1, 0, 4, converted from Latin-1 as the window
+    // with the arguments 3, 1, 0, 4, converted from UTF-8 as the window
     // converts it, after the text of any exception on the way. "file" reads
     // the row's strings (none when null) as fr_FR; other locales read
     // <build>/locales, which holds de.lproj only; "system" is de_AT here.
@@ -78,7 +78,7 @@ private slots:
                                    << "1: 3";
         QTest::newRow("de_AT uses de") << "de_AT" << B() << status
                                        << "   3 abgeschlossen, 1 fehlgeschlagen, 0 ausstehend, 4 insgesamt";
-        QTest::newRow("Latin-1 umlaut") << "de_AT" << B() << B("%s duplicates skipped.")
+        QTest::newRow("UTF-8 umlaut") << "de_AT" << B() << B("%s duplicates skipped.")
                                         << QString::fromUtf8("3 Duplikate \xc3\xbc" "bersprungen.");
         QTest::newRow("fr_FR stays English") << "fr_FR" << B() << B("Exit") << none;
         QTest::newRow("system locale") << "system" << B() << B("Exit") << "Beenden";
@@ -111,17 +111,17 @@ private slots:
         } catch (const char *message) {
             text = message;
         }
-        text += QString::fromLatin1(LocaleStrings::instance().format(key.constData(), "3", "1", "0", "4").c_str());
+        text += QString::fromUtf8(LocaleStrings::instance().format(key.constData(), "3", "1", "0", "4").c_str());
         QCOMPARE(text, expected);
     }
 
-    // Every line one entry with an ASCII key, no control characters, no
-    // UTF-8 pair for a Latin-1 letter and the key's conversions; and a text
+    // Every line one entry with an ASCII key, valid UTF-8 without control
+    // characters or doubly encoded letters, and the key's conversions; and a text
     // for every literal passed to format() or to a macro forwarding to it.
     void germanFile()
     {
         const QRegularExpression entry("^\"([ -~]+)\" = \"(.+)\";$");
-        const QRegularExpression bad("[\\x00-\\x1f\\x7f-\\x9f]|[\\x{c2}\\x{c3}][\\x{80}-\\x{bf}]|\" = \".*\" = \"");
+        const QRegularExpression bad("[\\x00-\\x1f\\x7f-\\x9f\\x{fffd}]|[\\x{c2}\\x{c3}][\\x{80}-\\x{bf}]|\" = \".*\" = \"");
         QStringList problems, keys;
         for (const QString &line : read(kSourceDir + "/locales/de.lproj/Localizable.strings").split('\n')) {
             const QRegularExpressionMatch m = entry.match(line);
