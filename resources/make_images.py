@@ -1,6 +1,7 @@
 #!/usr/bin/python3
 """Draws the program's two images: crypt.png (application icon) and
-loaderAnimated.gif (busy animation). Run with Debian's python3 (needs PIL):
+loaderAnimated.gif (busy animation), and the desktop's icons in
+packaging/icons (desktop_icons.py). Run with Debian's python3 (needs PIL):
 
     /usr/bin/python3 resources/make_images.py
 
@@ -11,6 +12,8 @@ import math
 import os
 
 from PIL import Image, ImageDraw
+
+import desktop_icons
 
 HERE = os.path.dirname(os.path.abspath(__file__))
 
@@ -112,6 +115,8 @@ def main():
     frames[0].save(os.path.join(HERE, "loaderAnimated.gif"), save_all=True,
                    append_images=frames[1:], duration=LOADER_FRAME_MS, loop=0,
                    optimize=False, disposal=1)
+
+    desktop_icons.write_desktop_icons(os.path.join(HERE, "..", "packaging", "icons", "hicolor"))
 
 
 if __name__ == "__main__":
