@@ -8,7 +8,7 @@ JOBS       ?= $(shell nproc 2>/dev/null || echo 2)
 CMAKE_GEN  := $(shell command -v ninja >/dev/null 2>&1 && echo "-G Ninja")
 FUZZ_SECONDS ?= 60
 
-.PHONY: all deps build run test test-main test-asan asan fuzz bench clean
+.PHONY: all deps build run test test-main test-asan asan fuzz bench package clean
 
 all: build
 
@@ -51,6 +51,10 @@ fuzz: deps $(FUZZ_BUILD)/CMakeCache.txt
 
 bench: build
 	bash bench/run.sh $(BUILD)
+
+# The Debian package, $(BUILD)/nimbra-crypt_<version>_<arch>.deb.
+package: build
+	cmake --build $(BUILD) --target package
 
 clean:
 	rm -rf $(BUILD) $(ASAN_BUILD) $(FUZZ_BUILD)
