@@ -10,6 +10,8 @@ packages=(
   clang libclang-rt-dev
   xvfb xauth
   python3 python3-pil
+  dpkg-dev file lintian desktop-file-utils appstream shared-mime-info
+  libxml2-utils man-db xdg-utils
 )
 
 missing=()
