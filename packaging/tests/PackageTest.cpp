@@ -58,7 +58,6 @@ private slots:
     void germanTexts();
 
 private:
-    QString expand(QString text) const { return text.replace(QLatin1String("{root}"), root).replace(QLatin1String("{deb}"), deb); }
     QProcessEnvironment localeEnv(const QString &locale) const;
 
     QTemporaryDir work;
@@ -109,14 +108,15 @@ void PackageTest::validators_data()
     QTest::addColumn<QStringList>("args");
     QTest::addColumn<bool>("reportsOnStdout"); // else stdout is the checked file typeset
 
+    const QString share = root + "/usr/share/";
     QTest::newRow("desktop entry") << "desktop-file-validate"
-        << QStringList{"{root}/usr/share/applications/" + kAppId + ".desktop"} << true;
+        << QStringList{share + "applications/" + kAppId + ".desktop"} << true;
     QTest::newRow("AppStream") << "appstreamcli"
-        << QStringList{"validate", "--no-net", "{root}/usr/share/metainfo/" + kAppId + ".metainfo.xml"} << true;
-    QTest::newRow("file type XML") << "xmllint" << QStringList{"--noout", "{root}/usr/share/mime/packages/nimbra-crypt.xml"} << true;
+        << QStringList{"validate", "--no-net", share + "metainfo/" + kAppId + ".metainfo.xml"} << true;
+    QTest::newRow("file type XML") << "xmllint" << QStringList{"--noout", share + "mime/packages/nimbra-crypt.xml"} << true;
     QTest::newRow("manual page") << "man"
-        << QStringList{"--warnings", "-E", "UTF-8", "-l", "-Tutf8", "-Z", "{root}/usr/share/man/man1/nimbra-crypt.1.gz"} << false;
-    QTest::newRow("lintian") << "lintian" << QStringList{"--fail-on", "error,warning", "{deb}"} << true;
+        << QStringList{"--warnings", "-E", "UTF-8", "-l", "-Tutf8", "-Z", share + "man/man1/nimbra-crypt.1.gz"} << false;
+    QTest::newRow("lintian") << "lintian" << QStringList{"--fail-on", "error,warning", deb} << true;
 }
 
 void PackageTest::validators()
@@ -128,8 +128,6 @@ void PackageTest::validators()
     env.insert(QStringLiteral("LC_ALL"), QStringLiteral("C.UTF-8"));
     env.insert(QStringLiteral("MANWIDTH"), QStringLiteral("80"));
     env.insert(QStringLiteral("MANROFFSEQ"), QString());
-    for (QString &arg : args)
-        arg = expand(arg);
     const Run checked = run(program, args, env);
     const QString report = checked.err + (reportsOnStdout ? checked.out : QString());
     static const QRegularExpression complaint(QStringLiteral("^(E|W): |\\b(error|warning)\\b"),
@@ -211,7 +209,6 @@ void PackageTest::installedProgram_data()
     QTest::addColumn<QString>("output");
     QTest::newRow("version") << "nimbra-crypt" << QStringList{"-v"} << "C.UTF-8" << "Orn Nimbra Crypt " NM_PACKAGE_VERSION;
     QTest::newRow("German text") << "nm-locale-probe" << QStringList() << "de_DE.UTF-8" << "Entschlüsseln";
-    QTest::newRow("English without a French file") << "nm-locale-probe" << QStringList() << "fr_FR.UTF-8" << "Decrypt";
 }
 
 void PackageTest::installedProgram()
