@@ -4,14 +4,46 @@
 
 #include <atomic>
 #include <errno.h>
+#include <execinfo.h>
+#include <signal.h>
+#include <stdlib.h>
 #include <sys/syscall.h>
 #include <unistd.h>
 
 #define NM_LOG_SOURCE "nmplatform/src/nmsynchron"
 
 namespace {
+
 std::atomic<nm_mutex_reacquire_fn> g_reacquireHandler{nullptr};
+
+void logBacktrace()
+{
+    void *frames[64];
+    const int n = backtrace(frames, 64);
+    char **symbols = n > 0 ? backtrace_symbols(frames, n) : nullptr;
+    if (!symbols) {
+        NM_LOG(NM_LOG_ERR, "Backtrace unavailable.");
+        return;
+    }
+    for (int i = 0; i < n; ++i)
+        NM_LOG(NM_LOG_ERR, "  %s", symbols[i]);
+    free(symbols);
 }
+
+// A re-acquisition would deadlock: stop where the debugger can show the
+// caller, or, without one, end the process with a clear cause.
+void reportReacquisition(uint32_t owner)
+{
+    if (nm_mutex_reacquire_fn handler = g_reacquireHandler.load()) {
+        handler(owner);
+        return;
+    }
+    NM_LOG(NM_LOG_ERR, "nm_mutex_acquire: attempt to reacquire non-recursive mutex.  Aborting.");
+    logBacktrace();
+    raise(SIGTRAP);
+}
+
+} // namespace
 
 extern "C" uint32_t nm_thread_id(void)
 {
@@ -30,7 +62,9 @@ extern "C" uint32_t nm_mutex_init(nm_mutex_t *m, int recursive)
         return EINVAL;
     pthread_mutexattr_t attr;
     pthread_mutexattr_init(&attr);
-    pthread_mutexattr_settype(&attr, recursive ? PTHREAD_MUTEX_RECURSIVE : PTHREAD_MUTEX_NORMAL);
+    // Error-checking, so that an unlock the owner record got wrong fails
+    // instead of corrupting the lock.
+    pthread_mutexattr_settype(&attr, recursive ? PTHREAD_MUTEX_RECURSIVE : PTHREAD_MUTEX_ERRORCHECK);
     const int rc = pthread_mutex_init(&m->lock, &attr);
     pthread_mutexattr_destroy(&attr);
     m->recursive = recursive ? 1 : 0;
@@ -55,12 +89,7 @@ extern "C" uint32_t nm_mutex_acquire(nm_mutex_t *m)
     // Only the owner itself can match its own number, so this unlocked read
     // is enough to detect a re-acquisition.
     if (!m->recursive && __atomic_load_n(&m->owner, __ATOMIC_RELAXED) == self) {
-        if (nm_mutex_reacquire_fn handler = g_reacquireHandler.load()) {
-            handler(self);
-        } else {
-            NM_LOG(NM_LOG_ERR, "nm_mutex_acquire: attempt to reacquire non-recursive mutex.  Aborting.");
-            NM_LOG(NM_LOG_ERR, "Backtrace unavailable.");
-        }
+        reportReacquisition(self);
         return NM_MUTEX_REACQUIRED;
     }
     const int rc = pthread_mutex_lock(&m->lock);
@@ -86,8 +115,9 @@ extern "C" uint32_t nm_mutex_release(nm_mutex_t *m)
     const int rc = pthread_mutex_unlock(&m->lock);
     if (rc != 0) {
         __atomic_store_n(&m->owner, self, __ATOMIC_RELAXED);
-        NM_LOG(NM_LOG_WARN, "nm_mutex_release failed. err=%d &m->mutex=0x%p, m->mutex=0x%llx", rc,
-               (void *)&m->lock, (unsigned long long)(uintptr_t)&m->lock);
+        // %p would print its own "0x".
+        NM_LOG(NM_LOG_WARN, "nm_mutex_release failed. err=%d &m->mutex=0x%llx, m->mutex=0x%llx", rc,
+               (unsigned long long)(uintptr_t)&m->lock, (unsigned long long)m->os_handle);
         return static_cast<uint32_t>(rc);
     }
     return 0;

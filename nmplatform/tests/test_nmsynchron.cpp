@@ -1,13 +1,62 @@
+#include <nmplatform/nmlog.h>
 #include <nmplatform/nmsynchron.h>
 
 #include <QtTest>
 
 #include <atomic>
+#include <signal.h>
+#include <sys/resource.h>
+#include <sys/wait.h>
 #include <thread>
+#include <unistd.h>
 
 namespace {
+
 std::atomic<uint32_t> g_reacquiredBy{0};
 void onReacquire(uint32_t owner) { g_reacquiredBy = owner; }
+
+QStringList g_logged;
+void captureLog(uint32_t level, const char *, int, const char *format, va_list args)
+{
+    char text[512];
+    vsnprintf(text, sizeof text, format, args);
+    g_logged << QString("%1 %2").arg(level).arg(QString::fromUtf8(text));
+}
+
+// Runs body in a child process with its standard error (where the log goes)
+// captured; returns the child's wait status.
+int runInChild(void (*body)(), QByteArray *output)
+{
+    int pipeFds[2];
+    if (pipe(pipeFds) != 0)
+        return -1;
+    const pid_t pid = fork();
+    if (pid == 0) {
+        const rlimit noCore{0, 0};
+        setrlimit(RLIMIT_CORE, &noCore);
+        dup2(pipeFds[1], 2);
+        nm_log_set_stderr_only(1);
+        body();
+        _exit(0);
+    }
+    ::close(pipeFds[1]);
+    char buf[4096];
+    for (ssize_t n; (n = ::read(pipeFds[0], buf, sizeof buf)) > 0;)
+        output->append(buf, int(n));
+    ::close(pipeFds[0]);
+    int status = -1;
+    waitpid(pid, &status, 0);
+    return status;
+}
+
+void reacquireTwice()
+{
+    nm_mutex_t m;
+    nm_mutex_init(&m, 0);
+    nm_mutex_acquire(&m);
+    _exit(int(nm_mutex_acquire(&m) % 256));
+}
+
 } // namespace
 
 class TestNmSynchron : public QObject
@@ -18,6 +67,8 @@ private slots:
     void releaseByNonOwner();
     void reacquire_data();
     void reacquire();
+    void reacquireTrapsByDefault();
+    void failedReleaseKeepsOwner();
 };
 
 void TestNmSynchron::releaseByNonOwner_data()
@@ -78,6 +129,33 @@ void TestNmSynchron::reacquire()
         QCOMPARE(nm_mutex_release(&m), 0u);
     QCOMPARE(nm_mutex_release(&m), 0u);
     nm_mutex_set_reacquire_handler(nullptr);
+    nm_mutex_destroy(&m);
+}
+
+void TestNmSynchron::reacquireTrapsByDefault()
+{
+    QByteArray log;
+    const int status = runInChild(reacquireTwice, &log);
+    QVERIFY2(WIFSIGNALED(status) && WTERMSIG(status) == SIGTRAP, qPrintable(QString::number(status, 16)));
+    QVERIFY2(log.startsWith("ERR nm_mutex_acquire: attempt to reacquire non-recursive mutex.  Aborting.\r\nERR "),
+             log.constData());
+}
+
+void TestNmSynchron::failedReleaseKeepsOwner()
+{
+    nm_log_set_mode(NM_LOG_MODE_CALLBACK);
+    nm_log_set_callback(captureLog);
+    g_logged.clear();
+    nm_mutex_t m;
+    nm_mutex_init(&m, 0);
+    m.owner = nm_thread_id(); // a record that went wrong: the lock isn't held
+    QCOMPARE(nm_mutex_release(&m), uint32_t(EPERM));
+    QCOMPARE(m.owner, nm_thread_id());
+    nm_log_reset();
+    QCOMPARE(g_logged.size(), 1);
+    const QRegularExpression line("^3 nm_mutex_release failed\\. err=1 &m->mutex=0x[0-9a-f]+, m->mutex=0x0$");
+    QVERIFY2(line.match(g_logged[0]).hasMatch(), qPrintable(g_logged[0]));
+    m.owner = 0;
     nm_mutex_destroy(&m);
 }
 
