@@ -61,6 +61,13 @@ long failingRead(intptr_t handle, void *buffer, size_t size) {
   return -1;
 }
 
+// Status and seek seam: fails call number g_faultAt of operation g_faultOp with EIO.
+int g_faultOp = 0, g_faultCalls = 0, g_faultAt = -1;
+
+uint32_t failingCall(int op) {
+  return op == g_faultOp && g_faultCalls++ == g_faultAt ? EIO : 0;
+}
+
 struct SlotCase {
   std::string mainPassphrase;  // the envelope is opened with "right"
   ew::EnvelopeOptions opts;
@@ -75,6 +82,7 @@ struct FileCase {
   size_t delivered;            // plaintext bytes
   uint32_t probe;
   int failAt = -1;             // the system read that fails
+  int faultOp = 0, faultAt = -1;  // the status or seek call that fails
 };
 
 struct Decrypted {
@@ -126,6 +134,7 @@ private Q_SLOTS:
     std::ifstream in(path("ref"), std::ios::binary);
     payload_.assign(std::istreambuf_iterator<char>(in), {});
     nm_file_set_read_fn(failingRead);  // passes every read through unless a row says otherwise
+    nm_file_set_fault_fn(failingCall);
   }
 
   void walk_data() {
@@ -281,6 +290,12 @@ private Q_SLOTS:
         {payload_ + trailer(n, "A", 8073), kNone, 2, corrupt, 0, 5});
     row("missing", {kNone, kNone, 3, "Cannot open file: No such file or directory", 0, 3});
     row("tail read fails", {full, kNone, 3, "Cannot read file: Input/output error", 0, 0, 0});
+    row("status fails", {full, kNone, 3, "Cannot examine file: Input/output error", 0, 0, -1,
+                         NM_FILE_OP_STAT, 0});
+    row("seek to the tail fails", {full, kNone, 3, "Cannot seek in file: Input/output error", 0, 0,
+                                   -1, NM_FILE_OP_SEEK, 0});
+    row("seek to the payload fails", {full, kNone, 3, "Cannot seek in file: Input/output error", 0,
+                                      0, -1, NM_FILE_OP_SEEK, 1});
     row("first payload read fails", {full, kNone, 3, eio, n, 0, 1});
     row("last payload read fails", {full, kNone, 3, eio, n, 0, 2});
     row("payload cut short",
@@ -293,8 +308,9 @@ private Q_SLOTS:
     place(path("case.nimbra-env"), c.envelope);
     place(path("case.nimbra-env.nmb-meta"), c.side);
     g_calls = 0, g_failAt = c.failAt;
+    g_faultCalls = 0, g_faultOp = c.faultOp, g_faultAt = c.faultAt;
     Decrypted d = decryptFile(path("case.nimbra-env"), "A");
-    g_failAt = -1;
+    g_failAt = g_faultAt = -1;
     QCOMPARE(d.openRc ? d.openRc : d.readRc, c.rc);
     QCOMPARE(d.message, c.message);  // none after success, even through the side file
     QCOMPARE(d.sysError != 0, d.openRc == 3);

@@ -27,6 +27,14 @@ long systemRead(intptr_t handle, void *buffer, size_t size)
 }
 
 std::atomic<nm_file_read_fn> g_readFn{systemRead};
+std::atomic<nm_file_fault_fn> g_faultFn{nullptr};
+
+// The error a test asks op to fail with, 0 to go ahead.
+uint32_t injectedFault(int op)
+{
+    const nm_file_fault_fn fn = g_faultFn.load();
+    return fn ? fn(op) : 0;
+}
 
 uint32_t lastError() { return errno ? static_cast<uint32_t>(errno) : kInvalid; }
 
@@ -74,6 +82,7 @@ uint32_t fileType(mode_t mode)
 } // namespace
 
 extern "C" void nm_file_set_read_fn(nm_file_read_fn fn) { g_readFn.store(fn ? fn : systemRead); }
+extern "C" void nm_file_set_fault_fn(nm_file_fault_fn fn) { g_faultFn.store(fn); }
 
 extern "C" uint32_t nm_file_init(nm_file_t *file)
 {
@@ -130,6 +139,10 @@ extern "C" uint32_t nm_file_read(nm_file_t *file, void *buffer, size_t size, siz
         *count = 0;
     if (!file || !buffer || !count)
         return kInvalid;
+    if (!nm_file_is_open(file)) {
+        NM_LOG(NM_LOG_ERR, "nm_fileread: ReadFile failed. error=%d", EBADF);
+        return EBADF;
+    }
     int retries = 0;
     for (;;) {
         const long n = g_readFn.load()(file->handle, buffer, size);
@@ -159,6 +172,8 @@ extern "C" uint32_t nm_file_write(nm_file_t *file, const void *buffer, size_t si
         *count = 0;
     if (!file || !buffer || !count)
         return kInvalid;
+    if (!nm_file_is_open(file))
+        return EBADF;
     ssize_t n;
     do {
         n = ::write(fd(file), buffer, size);
@@ -174,8 +189,10 @@ extern "C" uint32_t nm_file_seek(nm_file_t *file, int64_t offset, int origin)
     if (!file || origin < 0 || origin > 2)
         return kInvalid;
     static const int whence[] = {SEEK_SET, SEEK_CUR, SEEK_END};
-    if (::lseek(fd(file), static_cast<off_t>(offset), whence[origin]) < 0) {
-        const uint32_t err = lastError();
+    uint32_t err = injectedFault(NM_FILE_OP_SEEK);
+    if (err == 0 && ::lseek(fd(file), static_cast<off_t>(offset), whence[origin]) < 0)
+        err = lastError();
+    if (err != 0) {
         NM_LOG(NM_LOG_ERR, "nm_file_seek: SetFilePointerEx failed, error=%d", static_cast<int>(err));
         return err;
     }
@@ -191,6 +208,8 @@ extern "C" uint32_t nm_file_stat(nm_file_t *file, nm_file_stat_t *status)
     memset(status, 0, sizeof *status);
     if (!file)
         return kInvalid;
+    if (const uint32_t err = injectedFault(NM_FILE_OP_STAT))
+        return err;
     struct stat st;
     if (::fstat(fd(file), &st) != 0)
         return lastError();

@@ -75,12 +75,13 @@ uint32_t nm_file_open_read(const char *path, nm_file_t *file);   /* flags 17 */
 uint32_t nm_file_open_append(const char *path, nm_file_t *file); /* flags 310 */
 
 /* One read of up to size bytes; *count is set to 0 first, then to what was
- * read. End of file is success with *count 0. Transient shortages (ENOMEM,
+ * read. End of file is success with *count 0; a closed object gives 9 (EBADF). Transient shortages (ENOMEM,
  * ENOBUFS, EAGAIN) are retried up to 10 times after the delays 0,0,0,0,0,
  * 10,10,10,10,10 ms, each retry logged; EINTR is retried at once. */
 uint32_t nm_file_read(nm_file_t *file, void *buffer, size_t size, size_t *count);
 
-/* One write call; *count receives what was written (may be short). */
+/* One write call; *count receives what was written (may be short). A closed
+ * object gives 9 (EBADF). */
 uint32_t nm_file_write(nm_file_t *file, const void *buffer, size_t size, size_t *count);
 
 /* origin: 0 start, 1 current, 2 end. Failures are logged. */
@@ -102,6 +103,13 @@ uint32_t nm_file_link(const char *existing_path, const char *new_path);
  * failure); null restores it. Not for production code. */
 typedef long (*nm_file_read_fn)(intptr_t handle, void *buffer, size_t size);
 void nm_file_set_read_fn(nm_file_read_fn fn);
+
+/* Test seam: called with the operation before the system call of nm_file_seek
+ * and nm_file_stat; a non-zero result fails that call with this error number
+ * as if the system had. Null removes it. Not for production code. */
+enum { NM_FILE_OP_SEEK = 1, NM_FILE_OP_STAT = 2 };
+typedef uint32_t (*nm_file_fault_fn)(int op);
+void nm_file_set_fault_fn(nm_file_fault_fn fn);
 
 #ifdef __cplusplus
 }
