@@ -5,6 +5,7 @@
 #include <nmplatform/nmstatus.h>
 
 #include <errno.h>
+#include <new>
 #include <stdio.h>
 #include <string.h>
 #include <sys/time.h>
@@ -15,11 +16,15 @@ namespace nmlog {
 
 LoggerState &state()
 {
-    static LoggerState s;
-    return s;
+    // Never destroyed, so that logging from other objects' destructors at
+    // exit still finds it.
+    static LoggerState *s = new LoggerState;
+    return *s;
 }
 
 namespace {
+
+thread_local bool t_inWriter = false;
 
 const char *levelPrefix(uint32_t level)
 {
@@ -27,21 +32,21 @@ const char *levelPrefix(uint32_t level)
     return level < 5 ? prefixes[level] : "TR";
 }
 
-// "<prefix> <message>" cut to NM_LOG_TEXT_MAX characters; false when the
-// message can't be formatted.
-bool formatText(uint32_t level, const char *format, va_list args, std::string *text)
+// "<prefix> <message>" cut to NM_LOG_TEXT_MAX characters into text (room for
+// NM_LOG_TEXT_MAX + 8); false when the message can't be formatted.
+bool formatText(uint32_t level, const char *format, va_list args, char *text, size_t *length)
 {
-    char buf[NM_LOG_TEXT_MAX + 8];
-    int n = snprintf(buf, 6, "%s ", levelPrefix(level));
+    const int n = snprintf(text, 6, "%s ", levelPrefix(level));
     if (n < 0)
         return false;
     va_list copy;
     va_copy(copy, args);
-    const int m = vsnprintf(buf + n, 4091, format, copy);
+    const int m = vsnprintf(text + n, 4091, format, copy);
     va_end(copy);
     if (m < 0)
         return false;
-    text->assign(buf, strnlen(buf, NM_LOG_TEXT_MAX));
+    *length = strnlen(text, NM_LOG_TEXT_MAX);
+    text[*length] = '\0';
     return true;
 }
 
@@ -82,24 +87,34 @@ uint32_t writeAll(nm_file_t *file, const char *data, size_t size, uint64_t *writ
     return 0;
 }
 
+// One line to the log file (and standard error), counting repeats. The whole
+// line is written under lineLock so that lines never interleave and the
+// repeat test sees one previous line.
 uint32_t writeLine(uint32_t level, const char *format, va_list args)
 {
     LoggerState &s = state();
-    if (!nm_file_is_open(&s.current) && !s.stderrOnly)
-        return EINVAL;
-    std::string text;
-    if (!formatText(level, format, args, &text))
+    WriterLock lock;
+    if (!lock)
         return NM_E_LOG_FAILED;
-    if (s.hasPrevious && text == s.previousText) {
+    const bool stderrOnly = s.stderrOnly.load();
+    if (!nm_file_is_open(&s.current) && !stderrOnly)
+        return EINVAL;
+    char text[NM_LOG_TEXT_MAX + 8];
+    size_t length = 0;
+    if (!formatText(level, format, args, text, &length))
+        return NM_E_LOG_FAILED;
+    if (s.hasPrevious && length == s.previousLength && memcmp(text, s.previousText, length) == 0) {
         ++s.repeats;
         return 0;
     }
-    s.previousText = text;
+    memcpy(s.previousText, text, length + 1);
+    s.previousLength = length;
     s.hasPrevious = true;
-    text += "\r\n";
-    if (s.stderrOnly || s.stderrLevel >= static_cast<int64_t>(level))
-        fwrite(text.data(), 1, text.size(), stderr);
-    if (s.stderrOnly)
+    memcpy(text + length, "\r\n", 3);
+    length += 2;
+    if (stderrOnly || s.stderrLevel.load() >= static_cast<int64_t>(level))
+        fwrite(text, 1, length, stderr);
+    if (stderrOnly)
         return 0;
     char head[257];
     const int n = formatHead(head, sizeof head, s.repeats);
@@ -108,7 +123,7 @@ uint32_t writeLine(uint32_t level, const char *format, va_list args)
     uint64_t written = 0;
     uint32_t rc = writeAll(&s.current, head, static_cast<size_t>(n), &written);
     if (rc == 0)
-        rc = writeAll(&s.current, text.data(), text.size(), &written);
+        rc = writeAll(&s.current, text, length, &written);
     s.bytesSinceCheck += written;
     s.repeats = 0;
     if (s.bytesSinceCheck >= 65536) {
@@ -118,7 +133,60 @@ uint32_t writeLine(uint32_t level, const char *format, va_list args)
     return rc;
 }
 
+bool passesThreshold(uint32_t level, bool queueing)
+{
+    const int32_t threshold = state().level.load();
+    return threshold != -1 && (threshold < 0 || static_cast<int64_t>(level) <= threshold || queueing);
+}
+
+uint32_t deliver(uint32_t level, const char *source, int line, const char *format, va_list args)
+{
+    LoggerState &s = state();
+    switch (s.mode.load()) {
+    case NM_LOG_MODE_QUEUE:
+        return s.queueing.load() ? enqueue(level, format, args) : EINVAL;
+    case NM_LOG_MODE_FILE:
+    case NM_LOG_MODE_FILE2:
+        return writeLine(level, format, args);
+    case NM_LOG_MODE_CALLBACK:
+        if (nm_log_callback_fn callback = s.callback.load()) {
+            callback(level, source, line, format, args);
+            return 0;
+        }
+        return EINVAL;
+    default:
+        return EINVAL;
+    }
+}
+
+uint32_t deliverf(uint32_t level, const char *format, ...)
+{
+    va_list args;
+    va_start(args, format);
+    const uint32_t rc = deliver(level, NM_LOG_SOURCE_SELF, 0, format, args);
+    va_end(args);
+    return rc;
+}
+
 } // namespace
+
+WriterLock::WriterLock()
+{
+    if (t_inWriter)
+        return;
+    t_inWriter = true;
+    held_ = nm_mutex_acquire(&state().lineLock) == 0;
+    t_inWriter = held_;
+}
+
+WriterLock::~WriterLock()
+{
+    if (!held_)
+        return;
+    nm_mutex_release(&state().lineLock);
+    t_inWriter = false;
+}
+
 } // namespace nmlog
 
 using namespace nmlog;
@@ -126,27 +194,18 @@ using namespace nmlog;
 extern "C" uint32_t nm_logv(uint32_t level, const char *source, int line, const char *format,
                             va_list args)
 {
-    LoggerState &s = state();
-    const int32_t threshold = s.level;
-    if (threshold == -1 || (threshold >= 0 && static_cast<int64_t>(level) > threshold && !s.queueing))
+    if (!passesThreshold(level, state().queueing.load()))
         return 0;
     if (!format)
         return EINVAL;
     const int savedErrno = errno;
     uint32_t rc;
-    switch (s.mode) {
-    case NM_LOG_MODE_QUEUE:
-        rc = s.queueing ? enqueue(level, format, args) : EINVAL;
-        break;
-    case NM_LOG_MODE_FILE:
-    case NM_LOG_MODE_FILE2:
-        rc = writeLine(level, format, args);
-        break;
-    case NM_LOG_MODE_CALLBACK:
-        rc = s.callback ? (s.callback(level, source, line, format, args), 0u) : EINVAL;
-        break;
-    default:
-        rc = EINVAL;
+    try {
+        rc = deliver(level, source, line, format, args);
+    } catch (const std::bad_alloc &) {
+        rc = kOutOfMemory;
+    } catch (...) {
+        rc = NM_E_LOG_FAILED;
     }
     errno = savedErrno;
     return rc;
@@ -163,15 +222,24 @@ extern "C" uint32_t nm_log(uint32_t level, const char *source, int line, const c
 
 extern "C" uint32_t nm_log_flush_queue(void)
 {
-    LoggerState &s = state();
-    std::vector<QueueEntry> entries = takeQueue();
-    const bool queueing = s.queueing;
-    s.queueing = 0; // so the entries go to the real destination, filtered by level
+    if (state().mode.load() == NM_LOG_MODE_QUEUE)
+        return EINVAL; // nowhere to flush to yet
+    const int savedErrno = errno;
+    QueueEntry *entries = takeQueue();
     uint32_t rc = 0;
-    for (const QueueEntry &e : entries) {
-        if (const uint32_t r = nm_log(e.level, NM_LOG_SOURCE_SELF, 0, "%s", e.text.c_str()))
-            rc = r;
+    for (QueueEntry *e = entries; e; e = e->next) {
+        if (!passesThreshold(e->level, false))
+            continue;
+        try {
+            if (const uint32_t r = deliverf(e->level, "%s", e->text))
+                rc = r;
+        } catch (const std::bad_alloc &) {
+            rc = kOutOfMemory;
+        } catch (...) {
+            rc = NM_E_LOG_FAILED;
+        }
     }
-    s.queueing = queueing;
+    deleteQueue(entries);
+    errno = savedErrno;
     return rc;
 }

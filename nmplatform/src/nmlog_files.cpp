@@ -3,6 +3,7 @@
 
 #include <nmplatform/nmdir.h>
 #include <nmplatform/nmstatus.h>
+#include <nmplatform/nmstring.h>
 
 #include <errno.h>
 #include <new>
@@ -20,6 +21,7 @@ LoggerState::LoggerState()
 {
     nm_file_init(&current);
     nm_file_init(&previous);
+    nm_mutex_init(&lineLock, 0);
     nm_mutex_init(&changeOverLock, 0);
     nm_mutex_init(&queueLock, 0);
     queueHead = queueTail = nullptr;
@@ -33,13 +35,14 @@ void LoggerState::setDefaults()
     stderrOnly = 0;
     mode = NM_LOG_MODE_FILE;
     maxSize = NM_LOG_DEFAULT_MAX_SIZE;
-    bytesSinceCheck = 0;
-    previousText.clear();
-    hasPrevious = false;
-    repeats = 0;
-    pid = static_cast<int>(getpid());
     callback = nullptr;
     queueing = 0;
+    pid = static_cast<int>(getpid());
+    previousText[0] = '\0';
+    previousLength = 0;
+    hasPrevious = false;
+    repeats = 0;
+    bytesSinceCheck = 0;
 }
 
 namespace {
@@ -65,10 +68,9 @@ int highestNumber(const std::string &dir, const std::string &base)
 
 uint32_t openNumbered(LoggerState &s, int number, nm_file_t *file)
 {
-    std::string name(s.baseName.size() + 16, '\0');
-    name.resize(static_cast<size_t>(
-        snprintf(&name[0], name.size(), "%d%s", number, s.baseName.c_str())));
-    const std::string path = s.directory + "/" + name;
+    char name[16];
+    snprintf(name, sizeof name, "%d", number);
+    const std::string path = s.directory + "/" + name + s.baseName;
     const uint32_t rc = nm_file_open_append(path.c_str(), file);
     if (rc == 0)
         s.currentPath = path;
@@ -82,68 +84,68 @@ uint32_t changeOverCheck()
     LoggerState &s = state();
     if (s.directory.empty())
         return EINVAL;
-    uint32_t rc = 0;
-    nm_mutex_acquire(&s.changeOverLock);
+    MutexGuard lock(&s.changeOverLock);
+    if (!lock)
+        return NM_E_LOG_FAILED;
     if (!nm_file_is_open(&s.current)) {
         // Carry on in the newest file of an earlier run.
         const int newest = highestNumber(s.directory, s.baseName);
-        rc = openNumbered(s, newest > 0 ? newest : 1, &s.current);
-    } else {
-        nm_file_stat_t st;
-        if (nm_file_stat(&s.current, &st) == 0 && st.size >= s.maxSize) {
-            nm_file_t next;
-            rc = openNumbered(s, highestNumber(s.directory, s.baseName) + 1, &next);
-            if (rc == 0) {
-                if (nm_file_is_open(&s.previous)) {
-                    nm_file_flush(&s.previous);
-                    nm_file_close(&s.previous);
-                }
-                s.previous = s.current; // kept open: other threads may still write to it
-                s.current = next;
-            }
-        }
+        return openNumbered(s, newest > 0 ? newest : 1, &s.current);
     }
-    nm_mutex_release(&s.changeOverLock);
-    return rc;
+    nm_file_stat_t st;
+    if (nm_file_stat(&s.current, &st) != 0 || st.size < s.maxSize.load())
+        return 0;
+    nm_file_t next;
+    const uint32_t rc = openNumbered(s, highestNumber(s.directory, s.baseName) + 1, &next);
+    if (rc != 0)
+        return rc;
+    if (nm_file_is_open(&s.previous)) {
+        nm_file_flush(&s.previous);
+        nm_file_close(&s.previous);
+    }
+    s.previous = s.current; // kept open until the next change-over
+    s.current = next;
+    return 0;
 }
 
 uint32_t enqueue(uint32_t level, const char *format, va_list args)
 {
     LoggerState &s = state();
-    char text[4097];
-    va_list copy;
-    va_copy(copy, args);
-    const int n = vsnprintf(text, sizeof text, format, copy);
-    va_end(copy);
-    if (n < 0)
-        return NM_E_LOG_FAILED;
     QueueEntry *e = new (std::nothrow) QueueEntry;
     if (!e)
-        return 8; // out of memory: the message is dropped
+        return kOutOfMemory; // the message is dropped
+    va_list copy;
+    va_copy(copy, args);
+    const int n = vsnprintf(e->text, sizeof e->text, format, copy);
+    va_end(copy);
+    if (n < 0) {
+        delete e;
+        return NM_E_LOG_FAILED;
+    }
     e->level = level;
-    e->text = text;
-    nm_mutex_acquire(&s.queueLock);
+    e->next = nullptr;
+    MutexGuard lock(&s.queueLock);
     (s.queueTail ? s.queueTail->next : s.queueHead) = e;
     s.queueTail = e;
-    nm_mutex_release(&s.queueLock);
     return 0;
 }
 
-std::vector<QueueEntry> takeQueue()
+QueueEntry *takeQueue()
 {
     LoggerState &s = state();
-    nm_mutex_acquire(&s.queueLock);
-    QueueEntry *e = s.queueHead;
+    MutexGuard lock(&s.queueLock);
+    QueueEntry *head = s.queueHead;
     s.queueHead = s.queueTail = nullptr;
-    nm_mutex_release(&s.queueLock);
-    std::vector<QueueEntry> entries;
-    while (e) {
-        QueueEntry *next = e->next;
-        entries.push_back({e->level, std::move(e->text)});
-        delete e;
-        e = next;
+    return head;
+}
+
+void deleteQueue(QueueEntry *head)
+{
+    while (head) {
+        QueueEntry *next = head->next;
+        delete head;
+        head = next;
     }
-    return entries;
 }
 
 } // namespace nmlog
@@ -157,7 +159,6 @@ extern "C" void nm_log_set_stderr_only(int on) { state().stderrOnly = on ? 1 : 0
 extern "C" void nm_log_set_callback(nm_log_callback_fn fn) { state().callback = fn; }
 extern "C" void nm_log_set_max_size(uint64_t bytes) { state().maxSize = bytes; }
 extern "C" void nm_log_set_queueing(int on) { state().queueing = on ? 1 : 0; }
-extern "C" const char *nm_log_file_path(void) { return state().currentPath.c_str(); }
 
 extern "C" uint32_t nm_log_set_mode(int32_t mode)
 {
@@ -165,23 +166,43 @@ extern "C" uint32_t nm_log_set_mode(int32_t mode)
     return mode >= NM_LOG_MODE_QUEUE && mode <= NM_LOG_MODE_CALLBACK ? 0 : EINVAL;
 }
 
+extern "C" uint32_t nm_log_file_path(char *buffer, size_t size)
+{
+    if (!buffer || size == 0)
+        return EINVAL;
+    nmlog::WriterLock lock;
+    if (!lock)
+        return NM_E_LOG_FAILED;
+    return nm_strlcat(buffer, state().currentPath.c_str(), size, nullptr);
+}
+
 extern "C" uint32_t nm_log_open(const char *directory, const char *base_name)
 {
     nmlog::LoggerState &s = state();
     if (!directory || !base_name || !*base_name)
         return EINVAL;
+    nmlog::WriterLock lock;
+    if (!lock)
+        return NM_E_LOG_FAILED;
     nm_file_close(&s.current);
     nm_file_close(&s.previous);
-    s.directory = directory;
-    s.baseName = base_name;
+    s.currentPath.clear();
     s.bytesSinceCheck = 0;
-    return nmlog::changeOverCheck();
+    try {
+        s.directory = directory;
+        s.baseName = base_name;
+        return nmlog::changeOverCheck();
+    } catch (...) {
+        s.directory.clear(); // no log file rather than a half-set one
+        return nmlog::kOutOfMemory;
+    }
 }
 
 extern "C" void nm_log_reset(void)
 {
     nmlog::LoggerState &s = state();
-    nmlog::takeQueue();
+    nmlog::deleteQueue(nmlog::takeQueue());
+    nmlog::WriterLock lock;
     nm_file_close(&s.current);
     nm_file_close(&s.previous);
     s.directory.clear();

@@ -1,16 +1,47 @@
 #include <nmplatform/nmlog.h>
 #include <nmplatform/nmstatus.h>
+#include <nmplatform/nmsynchron.h>
 
 #include <QtTest>
 
 #include <errno.h>
+#include <new>
+#include <stdlib.h>
+#include <time.h>
+#include <thread>
+#include <unistd.h>
 
 #define NM_LOG_SOURCE "nmplatform/tests/test_nmlog"
 
+// Allocations of the current thread fail while this is set.
+thread_local bool t_failAllocations = false;
+
+void *operator new(std::size_t size)
+{
+    void *p = t_failAllocations ? nullptr : malloc(size ? size : 1);
+    if (!p)
+        throw std::bad_alloc();
+    return p;
+}
+void *operator new(std::size_t size, const std::nothrow_t &) noexcept
+{
+    return t_failAllocations ? nullptr : malloc(size ? size : 1);
+}
+void operator delete(void *p) noexcept { free(p); }
+void operator delete(void *p, std::size_t) noexcept { free(p); }
+void operator delete(void *p, const std::nothrow_t &) noexcept { free(p); }
+
 namespace {
+
 const QString kHead = "\\d{4}-\\d\\d-\\d\\d \\d\\d:\\d\\d:\\d\\d\\.\\d{3} \\[[0-9a-f]+-%1\\] ";
-const QString kPaddedHead = kHead.arg("[0-9a-f]{8}");
 const QString kPlainHead = kHead.arg("[0-9a-f]+");
+
+// The local time a head shows, invalid when it isn't one.
+QDateTime headTime(const QString &head)
+{
+    return QDateTime::fromString(head.left(23), "yyyy-MM-dd HH:mm:ss.zzz");
+}
+
 } // namespace
 
 class TestNmLog : public QObject
@@ -19,7 +50,7 @@ class TestNmLog : public QObject
 private slots:
     void init();
     void cleanup();
-    void repeatNotice();
+    void repeatNoticeAndHeads();
     void levels_data();
     void levels();
     void longLineIsCut();
@@ -27,6 +58,8 @@ private slots:
     void repeatCountedOnStandardErrorOnly();
     void queueThenFlush();
     void keepsErrnoAndRefusesUnknownMode();
+    void threadsWriteWholeLines();
+    void nothingThrowsWithoutMemory();
 
 private:
     QByteArray logText(int number = 1) const;
@@ -53,15 +86,28 @@ QByteArray TestNmLog::logText(int number) const
     return f.open(QIODevice::ReadOnly) ? f.readAll() : QByteArray();
 }
 
-void TestNmLog::repeatNotice()
+void TestNmLog::repeatNoticeAndHeads()
 {
+    const QDateTime before = QDateTime::currentDateTime();
     for (int i = 0; i < 3; ++i)
         QCOMPARE(NM_LOG(NM_LOG_ERR, "same %d", 7), 0u);
     NM_LOG(NM_LOG_WARN, "other");
-    const QRegularExpression expected(QString("^%1ERR same 7\\r\\nLast message repeated 2 times\\r\\n%2LOG other\\r\\n$")
-                                          .arg(kPaddedHead, kPlainHead));
+    const QDateTime after = QDateTime::currentDateTime();
     const QString text = QString::fromUtf8(logText());
-    QVERIFY2(expected.match(text).hasMatch(), qPrintable(text));
+    // The thread number is padded to 8 digits except after a repeat notice.
+    const QString ids = QString("[%1-").arg(getpid(), 0, 16);
+    const QString padded = ids + QString("%1] ").arg(nm_thread_id(), 8, 16, QChar('0'));
+    const QString plain = ids + QString("%1] ").arg(nm_thread_id(), 0, 16);
+    const QStringList lines = text.split("\r\n");
+    QCOMPARE(lines.size(), 4);
+    QCOMPARE(lines[0].mid(23), ' ' + padded + "ERR same 7");
+    QCOMPARE(lines[1], QString("Last message repeated 2 times"));
+    QCOMPARE(lines[2].mid(23), ' ' + plain + "LOG other");
+    QCOMPARE(lines[3], QString());
+    for (const QString &line : {lines[0], lines[2]}) {
+        const QDateTime at = headTime(line);
+        QVERIFY2(at.isValid() && before <= at && at <= after, qPrintable(line));
+    }
 }
 
 void TestNmLog::levels_data()
@@ -69,12 +115,14 @@ void TestNmLog::levels_data()
     QTest::addColumn<int>("threshold");
     QTest::addColumn<uint>("level");
     QTest::addColumn<QString>("line");
-    QTest::newRow("0 is ERR") << 5 << 0u << "ERR x";
-    QTest::newRow("2 is LOG") << 5 << 2u << "LOG x";
-    QTest::newRow("4 is DBG") << 5 << 4u << "DBG x";
+    const char *prefixes[] = {"ERR", "ERR", "LOG", "LOG", "DBG", "TR"};
+    for (uint level = 0; level < 6; ++level)
+        QTest::addRow("%u is %s", level, prefixes[level]) << 9 << level << QString("%1 x").arg(prefixes[level]);
     QTest::newRow("9 is TR") << 9 << 9u << "TR x";
+    QTest::newRow("at the threshold") << 3 << 3u << "LOG x";
     QTest::newRow("above the threshold") << 3 << 4u << "";
     QTest::newRow("logging off") << -1 << 0u << "";
+    QTest::newRow("below -1 logs all") << -2 << 9u << "TR x";
 }
 
 void TestNmLog::levels()
@@ -115,7 +163,9 @@ void TestNmLog::changeOverKeepsNumbering()
         NM_LOG(NM_LOG_ERR, "run2 %d %s", i, filler.constData());
     QVERIFY(logText(2).contains("run2 0 "));
     QVERIFY(logText(3).contains("run2 69 "));
-    QCOMPARE(QString::fromUtf8(nm_log_file_path()), m_dir.filePath("3test.log"));
+    char current[4096];
+    QCOMPARE(nm_log_file_path(current, sizeof current), 0u);
+    QCOMPARE(QString::fromUtf8(current), m_dir.filePath("3test.log"));
 }
 
 void TestNmLog::repeatCountedOnStandardErrorOnly()
@@ -159,5 +209,90 @@ void TestNmLog::keepsErrnoAndRefusesUnknownMode()
     QCOMPARE(NM_LOG(NM_LOG_ERR, "nowhere"), 22u);
 }
 
-QTEST_APPLESS_MAIN(TestNmLog)
+// Threads log at once across change-overs: every line stays whole, and each
+// thread's lines, repeats counted in, are all there and in order.
+void TestNmLog::threadsWriteWholeLines()
+{
+    nm_log_set_max_size(20000);
+    const int threads = 4, lines = 1500;
+    std::vector<std::thread> pool;
+    QVector<uint32_t> ids(threads);
+    for (int t = 0; t < threads; ++t) {
+        pool.emplace_back([t, &ids] {
+            ids[t] = nm_thread_id();
+            for (int i = 0; i < lines; ++i) {
+                if (i % 3 == 2)
+                    NM_LOG(NM_LOG_ERR, "thread %d same", t);
+                else
+                    NM_LOG(NM_LOG_ERR, "thread %d line %d %s", t, i, "padding padding padding padding");
+            }
+        });
+    }
+    for (std::thread &thread : pool)
+        thread.join();
+
+    QByteArray all;
+    int files = 0;
+    for (QByteArray part; !(part = logText(files + 1)).isEmpty(); ++files)
+        all += part;
+    QVERIFY(files > 3);
+    const QRegularExpression line(QString("^.{23} \\[%1-([0-9a-f]+)\\] ERR thread (\\d) (?:same|line (\\d+) padding( padding){3})$")
+                                      .arg(getpid(), 0, 16));
+    const QRegularExpression repeat("^Last message repeated (\\d+) times$");
+    QVector<int> counts(threads), next(threads);
+    int last = -1;
+    for (const QString &l : QString::fromUtf8(all).split("\r\n", Qt::SkipEmptyParts)) {
+        const QRegularExpressionMatch r = repeat.match(l);
+        if (r.hasMatch() && last >= 0) {
+            counts[last] += r.captured(1).toInt();
+            continue;
+        }
+        const QRegularExpressionMatch m = line.match(l);
+        QVERIFY2(m.hasMatch(), qPrintable(l));
+        last = m.captured(2).toInt();
+        QCOMPARE(m.captured(1).toUInt(nullptr, 16), ids[last]);
+        ++counts[last];
+        if (!m.captured(3).isEmpty()) {
+            QVERIFY2(m.captured(3).toInt() >= next[last], qPrintable(l));
+            next[last] = m.captured(3).toInt() + 1;
+        }
+    }
+    QCOMPARE(counts, QVector<int>(threads, lines));
+}
+
+void TestNmLog::nothingThrowsWithoutMemory()
+{
+    nm_log_set_max_size(1000);
+    const QByteArray filler(1000, 'f');
+    const QByteArray dir = m_dir.path().toUtf8();
+    QVector<uint32_t> results;
+    t_failAllocations = true;
+    for (int i = 0; i < 70; ++i) // the change-over after 64 KiB needs memory
+        results << NM_LOG(NM_LOG_ERR, "%d %s", i, filler.constData());
+    const uint32_t opened = nm_log_open(dir.constData(), "test.log");
+    nm_log_set_mode(NM_LOG_MODE_QUEUE);
+    nm_log_set_queueing(1);
+    const uint32_t queued = NM_LOG(NM_LOG_ERR, "queued");
+    t_failAllocations = false;
+    QCOMPARE(results.count(0u), 69);
+    QCOMPARE(results.count(8u), 1);
+    QCOMPARE(opened, 8u);
+    QCOMPARE(queued, 8u);
+
+    // Every lock was let go: the writer works on as before.
+    nm_log_set_mode(NM_LOG_MODE_FILE);
+    QCOMPARE(nm_log_flush_queue(), 0u);
+    QCOMPARE(nm_log_open(dir.constData(), "test.log"), 0u);
+    QCOMPARE(NM_LOG(NM_LOG_ERR, "after"), 0u);
+    QVERIFY(logText(1).endsWith("ERR after\r\n"));
+}
+
+int main(int argc, char **argv)
+{
+    // Heads show local time: a zone far from UTC tells the two apart.
+    setenv("TZ", "NPT-5:45", 1);
+    tzset();
+    TestNmLog test;
+    return QTest::qExec(&test, argc, argv);
+}
 #include "test_nmlog.moc"

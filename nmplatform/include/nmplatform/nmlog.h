@@ -3,7 +3,9 @@
  * Lines go to a log file (changed over to a new numbered file once it reaches
  * the maximum size), optionally echoed to standard error, to a callback, or
  * into an in-memory queue until the logger is set up. Logging never throws
- * and never changes errno; callers ignore its result. */
+ * and never changes errno; callers ignore its result. Every call may come
+ * from any thread: a line is written whole, and the repeat count sees the
+ * lines in the order they were written. */
 #ifndef NMPLATFORM_NMLOG_H
 #define NMPLATFORM_NMLOG_H
 
@@ -34,7 +36,8 @@ typedef void (*nm_log_callback_fn)(uint32_t level, const char *source, int line,
 #endif
 
 /* The one entry point. Returns 0, 22 (no destination or unknown mode), 28686
- * (formatting failed), 8 (queue allocation failed) or a write's error. */
+ * (formatting failed, or a line logged from inside the writer itself, which
+ * is dropped), 8 (memory exhausted) or a write's error. */
 uint32_t nm_log(uint32_t level, const char *source, int line, const char *format, ...)
     NM_PRINTF_LIKE(4, 5);
 uint32_t nm_logv(uint32_t level, const char *source, int line, const char *format, va_list args);
@@ -53,9 +56,11 @@ void nm_log_set_callback(nm_log_callback_fn fn);
 void nm_log_set_max_size(uint64_t bytes);
 void nm_log_set_queueing(int on);
 
-/* Opens the log file "<n><base_name>" in directory, n one more than the
- * highest number already there (1 in an empty directory). The change-over
- * opens further files the same way. Returns 0 or the open's error. */
+/* Opens the log file "<n><base_name>" in directory for appending, n the
+ * highest number already there, so a new run carries on in the newest file
+ * (1 when there is none). Each change-over opens the file numbered one
+ * higher than the highest. Returns 0, 22 for a null or empty argument, 8 or
+ * the open's error. */
 uint32_t nm_log_open(const char *directory, const char *base_name);
 
 /* Writes the queued messages to the current destination, oldest first, and
@@ -66,8 +71,9 @@ uint32_t nm_log_flush_queue(void);
  * setting returns to its default. */
 void nm_log_reset(void);
 
-/* Path of the current log file ("" when none). */
-const char *nm_log_file_path(void);
+/* Copies the path of the current log file ("" when none) into buffer:
+ * 0, 28677 when it had to be cut, 22 for a null or empty buffer. */
+uint32_t nm_log_file_path(char *buffer, size_t size);
 
 #ifdef __cplusplus
 }
