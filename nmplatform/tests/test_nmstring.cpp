@@ -14,6 +14,7 @@ private slots:
     void badArguments();
     void statusText_data();
     void statusText();
+    void statusTextBuffers();
 };
 
 void TestNmString::append_data()
@@ -74,11 +75,58 @@ void TestNmString::statusText_data()
 {
     QTest::addColumn<uint>("code");
     QTest::addColumn<QString>("text");
-    QTest::newRow("first") << 28672u << "Invalid doc root path";
-    QTest::newRow("after the gap") << 28697u << "Connection insecure";
-    QTest::newRow("last") << 28715u << "Async job aborted at initiator request";
-    QTest::newRow("system EINVAL") << uint(EINVAL) << QString::fromLocal8Bit(strerror(EINVAL));
-    QTest::newRow("gap is a system number") << 28695u << QString::fromLocal8Bit(strerror(28695));
+    const struct {
+        uint code;
+        const char *text;
+    } table[] = {
+        {28672, "Invalid doc root path"},
+        {28673, "Invalid command or token separator mismatch"},
+        {28674, "Base file/directory name not found in path"},
+        {28675, "File/directory path mismatch"},
+        {28676, "Illegal UTF string"},
+        {28677, "Insufficient buffer space"},
+        {28678, "End or directory reached"},
+        {28679, "Library open/close failed"},
+        {28680, "Library module loading failed"},
+        {28681, "Could not create UUID string"},
+        {28682, "Could not parse xml file for configs"},
+        {28683, "Could not read locale info"},
+        {28684, "Could not compute md5sum"},
+        {28685, "Could not compute SHA hash"},
+        {28686, "Could not log message"},
+        {28687, "Invalid user name"},
+        {28688, "Parse error inside UAC"},
+        {28689, "No transmitting xfer found"},
+        {28690, "Unimplemented function"},
+        {28691, "Internal error"},
+        {28692, "Reached end"},
+        {28693, "Storage inaccessible"},
+        {28694, "Bad pathname"},
+        {28697, "Connection insecure"},
+        {28698, "File not valid"},
+        {28699, "Not enabled"},
+        {28700, "Not present"},
+        {28701, "Already locked"},
+        {28702, "Invalid lock"},
+        {28703, "Lock time skew detected"},
+        {28704, "Incorrect channel accessed"},
+        {28705, "User aborted session"},
+        {28706, "Bad token"},
+        {28707, "Illegal character(s) in path name"},
+        {28708, "Missing docroot restriction"},
+        {28709, "Failed docroot restriction check"},
+        {28710, "Expired"},
+        {28711, "File upload already in progress"},
+        {28712, "Server-side Encryption At Rest unavailable"},
+        {28713, "Server-side Encryption At Rest failed"},
+        {28714, "Cipher checksum not supported in FIPS mode"},
+        {28715, "Async job aborted at initiator request"},
+    };
+    for (const auto &row : table)
+        QTest::addRow("%u", row.code) << row.code << QString(row.text);
+    // Every other number is the system's.
+    for (uint code : {uint(EINVAL), 28671u, 28695u, 28696u, 28716u})
+        QTest::addRow("system %u", code) << code << QString::fromLocal8Bit(strerror(int(code)));
 }
 
 void TestNmString::statusText()
@@ -87,7 +135,18 @@ void TestNmString::statusText()
     QFETCH(QString, text);
     char buf[1024];
     QCOMPARE(QString::fromLocal8Bit(nm_status_text(code, buf, sizeof buf)), text);
-    QCOMPARE(QString(nm_status_text(EINVAL, nullptr, 0)), QString("N/A"));
+}
+
+// A table text never touches the buffer; a system text is cut to it, and
+// without one it is "N/A".
+void TestNmString::statusTextBuffers()
+{
+    QByteArray buf(8, '#');
+    QCOMPARE(QByteArray(nm_status_text(28672, buf.data(), 4)), QByteArray("Invalid doc root path"));
+    QCOMPARE(buf, QByteArray(8, '#'));
+    QCOMPARE(nm_status_text(EINVAL, buf.data(), 4), buf.constData());
+    QCOMPARE(buf, QByteArray(strerror(EINVAL)).left(3) + '\0' + "####");
+    QCOMPARE(QByteArray(nm_status_text(EINVAL, nullptr, 0)), QByteArray("N/A"));
 }
 
 QTEST_APPLESS_MAIN(TestNmString)
