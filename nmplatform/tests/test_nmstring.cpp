@@ -1,9 +1,22 @@
+#include <nmplatform/nmlog.h>
 #include <nmplatform/nmstatus.h>
 #include <nmplatform/nmstring.h>
 
 #include <QtTest>
 
 #include <errno.h>
+
+namespace {
+
+QStringList g_logged;
+void captureLog(uint32_t level, const char *, int, const char *format, va_list args)
+{
+    char text[512];
+    vsnprintf(text, sizeof text, format, args);
+    g_logged << QString("%1 %2").arg(level).arg(QString::fromUtf8(text));
+}
+
+} // namespace
 
 class TestNmString : public QObject
 {
@@ -34,6 +47,8 @@ void TestNmString::append_data()
     QTest::newRow("2-byte kept whole") << QByteArray("a") << QByteArray("\xc3\xa9z") << 4 << QByteArray("a\xc3\xa9") << cut;
     QTest::newRow("3-byte cut after 2") << QByteArray("a") << QByteArray("\xe2\x82\xac") << 4 << QByteArray("a") << cut;
     QTest::newRow("4-byte cut after 3") << QByteArray() << QByteArray("\xf0\x9f\x98\x80") << 4 << QByteArray() << cut;
+    QTest::newRow("stray continuation bytes kept") << QByteArray() << QByteArray("\x80\x80\x80\x80") << 4
+                                                   << QByteArray("\x80\x80\x80") << cut;
     QTest::newRow("4-byte kept, next cut") << QByteArray() << QByteArray("\xf0\x9f\x98\x80\xc3\xa9") << 6
                                           << QByteArray("\xf0\x9f\x98\x80") << cut;
 }
@@ -57,6 +72,8 @@ void TestNmString::append()
 
 void TestNmString::badArguments()
 {
+    nm_log_set_mode(NM_LOG_MODE_CALLBACK);
+    nm_log_set_callback(captureLog);
     char buf[4] = "abc";
     size_t len = 4; // not below the size
     QCOMPARE(nm_strlcat(buf, "x", sizeof buf, &len), 22u);
@@ -65,6 +82,12 @@ void TestNmString::badArguments()
     strcpy(buf, "abc");
     QCOMPARE(nm_strlcat(buf, nullptr, sizeof buf, nullptr), 22u);
     QCOMPARE(buf[0], '\0');
+    nm_log_reset();
+    const QString head = "^3 Warning: nm_str_to failure, args ";
+    QCOMPARE(g_logged.size(), 3);
+    QVERIFY2(QRegularExpression(head + "0x[0-9a-f]+ 0x[0-9a-f]+ 4 4 'x'$").match(g_logged[0]).hasMatch(), qPrintable(g_logged[0]));
+    QVERIFY2(QRegularExpression(head + "\\(nil\\) 0x[0-9a-f]+ 4 0 'x'$").match(g_logged[1]).hasMatch(), qPrintable(g_logged[1]));
+    QVERIFY2(QRegularExpression(head + "0x[0-9a-f]+ \\(nil\\) 4 0 '\\(nil\\)'$").match(g_logged[2]).hasMatch(), qPrintable(g_logged[2]));
     // A null length pointer copies from the start.
     strcpy(buf, "abc");
     QCOMPARE(nm_strlcat(buf, "xy", sizeof buf, nullptr), 0u);
