@@ -9,6 +9,8 @@ class TestNmPath : public QObject
 private slots:
     void convert_data();
     void convert();
+    void absolute_data();
+    void absolute();
     void utf16();
     void limits();
 };
@@ -53,6 +55,25 @@ void TestNmPath::convert()
     QCOMPARE(QByteArray(longForm), prefixed);
 }
 
+void TestNmPath::absolute_data()
+{
+    QTest::addColumn<QByteArray>("path");
+    QTest::addColumn<bool>("absolute");
+    QTest::newRow("slash") << QByteArray("/x") << true;
+    QTest::newRow("backslash after blanks") << QByteArray("  \\x") << true;
+    QTest::newRow("drive") << QByteArray("c:\\x") << true;
+    QTest::newRow("drive-relative") << QByteArray("C:x") << false;
+    QTest::newRow("digit is no drive") << QByteArray("1:/x") << false;
+    QTest::newRow("relative") << QByteArray("x/y") << false;
+}
+
+void TestNmPath::absolute()
+{
+    QFETCH(QByteArray, path);
+    QFETCH(bool, absolute);
+    QCOMPARE(nm_path_is_absolute(path.constData()) != 0, absolute);
+}
+
 void TestNmPath::utf16()
 {
     uint16_t out[8];
@@ -72,6 +93,13 @@ void TestNmPath::limits()
     const QByteArray longPath = "C:/" + QByteArray(8000, 'a');
     QCOMPARE(nm_path_to_windows(longPath.constData(), wide.data(), wide.size()), 0u);
     QCOMPARE(QString::fromUtf16(wide.data()).left(8), QString("\\\\?\\C:\\a"));
+    // The prefixed form holds at most 8,202 characters.
+    std::vector<char> prefixed(NM_PATH_PREFIXED_MAX + 8);
+    const QByteArray longest = "C:/" + QByteArray(NM_PATH_PREFIXED_MAX - 7, 'a');
+    QCOMPARE(nm_path_prefix(longest.constData(), prefixed.data(), prefixed.size()), 0u);
+    QCOMPARE(strlen(prefixed.data()), size_t(NM_PATH_PREFIXED_MAX));
+    QCOMPARE(nm_path_prefix((longest + 'a').constData(), prefixed.data(), prefixed.size()),
+             uint(NM_E_INSUFFICIENT_BUFFER));
     const QByteArray tooLong = "C:/" + QByteArray(8200, 'a');
     QCOMPARE(nm_path_to_windows(tooLong.constData(), wide.data(), wide.size()), uint(NM_E_INSUFFICIENT_BUFFER));
 }
