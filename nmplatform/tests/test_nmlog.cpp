@@ -92,6 +92,7 @@ void TestNmLog::repeatNoticeAndHeads()
     for (int i = 0; i < 3; ++i)
         QCOMPARE(NM_LOG(NM_LOG_ERR, "same %d", 7), 0u);
     NM_LOG(NM_LOG_WARN, "other");
+    NM_LOG(NM_LOG_WARN, "last");
     const QDateTime after = QDateTime::currentDateTime();
     const QString text = QString::fromUtf8(logText());
     // The thread number is padded to 8 digits except after a repeat notice.
@@ -99,12 +100,13 @@ void TestNmLog::repeatNoticeAndHeads()
     const QString padded = ids + QString("%1] ").arg(nm_thread_id(), 8, 16, QChar('0'));
     const QString plain = ids + QString("%1] ").arg(nm_thread_id(), 0, 16);
     const QStringList lines = text.split("\r\n");
-    QCOMPARE(lines.size(), 4);
+    QCOMPARE(lines.size(), 5);
     QCOMPARE(lines[0].mid(23), ' ' + padded + "ERR same 7");
     QCOMPARE(lines[1], QString("Last message repeated 2 times"));
     QCOMPARE(lines[2].mid(23), ' ' + plain + "LOG other");
-    QCOMPARE(lines[3], QString());
-    for (const QString &line : {lines[0], lines[2]}) {
+    QCOMPARE(lines[3].mid(23), ' ' + padded + "LOG last");
+    QCOMPARE(lines[4], QString());
+    for (const QString &line : {lines[0], lines[2], lines[3]}) {
         const QDateTime at = headTime(line);
         QVERIFY2(at.isValid() && before <= at && at <= after, qPrintable(line));
     }
@@ -149,9 +151,11 @@ void TestNmLog::changeOverKeepsNumbering()
 {
     nm_log_set_max_size(1000);
     const QByteArray filler(1000, 'f');
-    // The size is looked at after every 64 KiB written.
+    // The size is looked at after every 64 KiB written; looking leaves errno be.
+    errno = ENOSPC;
     for (int i = 0; i < 70; ++i)
         NM_LOG(NM_LOG_ERR, "%d %s", i, filler.constData());
+    QCOMPARE(errno, ENOSPC);
     QVERIFY(logText(1).size() >= 65536);
     QVERIFY(logText(2).contains("ERR 69 "));
     QVERIFY(!logText(1).contains("ERR 69 "));
@@ -180,21 +184,25 @@ void TestNmLog::repeatCountedOnStandardErrorOnly()
                  .match(text).hasMatch(), qPrintable(text));
 }
 
+// The queue takes every level; the threshold in force when it is flushed
+// decides what reaches the file.
 void TestNmLog::queueThenFlush()
 {
     nm_log_set_mode(NM_LOG_MODE_QUEUE);
     nm_log_set_queueing(1);
     NM_LOG(NM_LOG_ERR, "early %s", "one");
-    NM_LOG(NM_LOG_DBG, "filtered later");
+    NM_LOG(NM_LOG_DBG, "debug");
+    NM_LOG(NM_LOG_TRACE, "trace");
     NM_LOG(NM_LOG_WARN, "early two");
     QCOMPARE(logText(), QByteArray());
     nm_log_set_mode(NM_LOG_MODE_FILE);
+    nm_log_set_level(NM_LOG_DBG);
     QCOMPARE(nm_log_flush_queue(), 0u);
     const QByteArray text = logText();
-    QVERIFY(text.contains("ERR early one\r\n"));
-    QVERIFY(text.contains("LOG early two\r\n"));
-    QVERIFY(!text.contains("filtered"));
-    QVERIFY(text.indexOf("one") < text.indexOf("two"));
+    const int one = text.indexOf("] ERR early one\r\n"), debug = text.indexOf("] DBG debug\r\n"),
+              two = text.indexOf("] LOG early two\r\n");
+    QVERIFY2(one > 0 && one < debug && debug < two, text.constData());
+    QVERIFY(!text.contains("trace"));
 }
 
 void TestNmLog::keepsErrnoAndRefusesUnknownMode()
