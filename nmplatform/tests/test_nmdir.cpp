@@ -54,6 +54,7 @@ void TestNmDir::openFailures_data()
     QTest::addColumn<uint>("result");
     QTest::newRow("missing") << QByteArray("/nonexistent/dir") << uint(ENOENT);
     QTest::newRow("a file") << QByteArray("/dev/null") << uint(ENOTDIR);
+    QTest::newRow("longest reaches the system") << QByteArray(8189, 'a') << uint(ENAMETOOLONG);
     QTest::newRow("too long") << QByteArray(8190, 'a') << 122u;
 }
 
