@@ -87,9 +87,14 @@ void TestNmSynchron::releaseByNonOwner()
     const uint32_t owner = nm_thread_id();
 
     uint32_t result = 0;
+    nm_log_set_mode(NM_LOG_MODE_CALLBACK);
+    nm_log_set_callback(captureLog);
+    g_logged.clear();
     std::thread([&] { result = nm_mutex_release(&m); }).join();
+    nm_log_reset();
     QCOMPARE(result, NM_MUTEX_NOT_OWNER);
     QCOMPARE(m.owner, owner);
+    QCOMPARE(g_logged, QStringList{"3 Attempt to release mutex by non-owner thread"});
 
     // Still locked: another thread can't take it.
     bool taken = true;
@@ -127,6 +132,9 @@ void TestNmSynchron::reacquire()
     QCOMPARE(g_reacquiredBy.load(), second ? nm_thread_id() : 0u);
     if (second == 0)
         QCOMPARE(nm_mutex_release(&m), 0u);
+    QCOMPARE(nm_mutex_release(&m), 0u);
+    // Released for good: the same thread takes it again.
+    QCOMPARE(nm_mutex_acquire(&m), 0u);
     QCOMPARE(nm_mutex_release(&m), 0u);
     nm_mutex_set_reacquire_handler(nullptr);
     nm_mutex_destroy(&m);
