@@ -65,6 +65,7 @@ private slots:
         QTest::newRow("entry") << "file" << exit << B("Exit") << "Beenden";
         QTest::newRow("absent key") << "file" << exit << B("Clear All") << "Clear All";
         QTest::newRow("missing file") << "file" << B() << B("Exit") << none;
+        QTest::newRow("later line wins") << "file" << B("\"k\" = \"a\";\n\"k\" = \"b\";\n") << B("k") << "b";
         QTest::newRow("three pieces") << "file" << B("\"a\" = \"b\" = \"c\";\n") << B("a") << "a";
         QTest::newRow("empty value") << "file" << B("\"Exit\" = \"\";\n") << B("Exit") << "Exit";
         QTest::newRow("indented line") << "file" << B("  \"k\" = \"v\";\n") << B("k") << "k";
@@ -72,14 +73,14 @@ private slots:
         QTest::newRow("stray CR keeps quote") << "file" << B("\"k\" = \"v\";\r\r\n") << B("k") << "v\";";
         QTest::newRow("escaped LF") << "file" << B("\"A\\nB\" = \"C\\nD\";\n") << B("A\nB") << "C\nD";
         QTest::newRow("escaped quote dropped") << "file" << B("\"k\" = \"a\\\"b\";\n") << B("k") << "a\\b";
+        QTest::newRow("quote and backslash in key") << "file" << B("\"Say \\\"hi\\\" to a\\\\b\" = \"ok\";\n")
+                                                    << B("Say \"hi\" to a\\b") << "ok";
         QTest::newRow("backslash v is v") << "file" << B("\"k\" = \"tab\\vx\";\n") << B("k") << "tabvx";
-        QTest::newRow("positional") << "file" << exit << status << "   3 finished, 1 failed, 0 pending, 4 total";
+        QTest::newRow("cut at 998") << "file" << exit << B(1200, 'x') << QString(998, 'x');
         QTest::newRow("reordered") << "file" << B("\"%1$s of %2$s\" = \"%2$s: %1$s\";") << B("%1$s of %2$s")
                                    << "1: 3";
         QTest::newRow("de_AT uses de") << "de_AT" << B() << status
                                        << "   3 abgeschlossen, 1 fehlgeschlagen, 0 ausstehend, 4 insgesamt";
-        QTest::newRow("UTF-8 umlaut") << "de_AT" << B() << B("%s duplicates skipped.")
-                                        << QString::fromUtf8("3 Duplikate \xc3\xbc" "bersprungen.");
         QTest::newRow("fr_FR stays English") << "fr_FR" << B() << B("Exit") << none;
         QTest::newRow("system locale") << "system" << B() << B("Exit") << "Beenden";
         QTest::newRow("null parser keeps table") << "null" << B() << B("Exit") << "Parser is nil\nBeenden";
