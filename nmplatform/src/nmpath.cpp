@@ -73,6 +73,47 @@ std::string normalizeSegments(const std::string &slashed)
     return result.empty() ? "." : result;
 }
 
+// The long-path form of an absolute normalised path of 11 characters or more.
+uint32_t prefixAbsolute(const char *normalized, char *out, size_t size)
+{
+    const bool network = normalized[0] == '/' && normalized[1] == '/' && strchr(normalized + 2, '/');
+    std::string body = network ? normalized + 2 : normalized;
+    // The prefixed form switches off the system's own clean-up, so do its
+    // part here: no forward slashes, no trailing dots on a segment.
+    std::string cleaned;
+    for (size_t i = 0; i < body.size();) {
+        if (body[i] == '.') {
+            size_t j = i;
+            while (j < body.size() && body[j] == '.')
+                ++j;
+            if (j == body.size())
+                break;
+            if (!isSeparator(body[j]))
+                cleaned.append(body, i, j - i);
+            i = j;
+            continue;
+        }
+        cleaned += body[i] == '/' ? '\\' : body[i];
+        ++i;
+    }
+    const std::string result = (network ? "\\\\?\\UNC\\" : "\\\\?\\") + cleaned;
+    if (result.size() > NM_PATH_PREFIXED_MAX)
+        return NM_E_INSUFFICIENT_BUFFER;
+    return copyOut(result, out, size);
+}
+
+// Runs body, turning an exhausted memory into the library's error 8: nothing
+// throws across the C interface.
+template <typename Body>
+uint32_t withoutThrowing(Body body)
+{
+    try {
+        return body();
+    } catch (...) {
+        return 8;
+    }
+}
+
 } // namespace
 
 extern "C" int nm_path_is_url(const char *path)
@@ -112,14 +153,16 @@ extern "C" uint32_t nm_path_normalize(const char *path, char *out, size_t size)
         return 0;
     if (strchr(path, '\n'))
         return 22;
-    if (strncmp(path, "vext://", 7) == 0 || nm_path_is_url(path))
-        return copyOut(path, out, size);
-    std::string slashed(path);
-    for (char &c : slashed) {
-        if (c == '\\')
-            c = '/';
-    }
-    return copyOut(normalizeSegments(slashed), out, size);
+    return withoutThrowing([&] {
+        if (strncmp(path, "vext://", 7) == 0 || nm_path_is_url(path))
+            return copyOut(path, out, size);
+        std::string slashed(path);
+        for (char &c : slashed) {
+            if (c == '\\')
+                c = '/';
+        }
+        return copyOut(normalizeSegments(slashed), out, size);
+    });
 }
 
 extern "C" uint32_t nm_path_prefix(const char *normalized, char *out, size_t size)
@@ -127,30 +170,13 @@ extern "C" uint32_t nm_path_prefix(const char *normalized, char *out, size_t siz
     if (!normalized || !out || size == 0)
         return 22;
     const size_t len = strlen(normalized);
-    if (len < 11 || !nm_path_is_absolute(normalized))
-        return copyOut(normalized, out, size);
-    const bool network = normalized[0] == '/' && normalized[1] == '/' && strchr(normalized + 2, '/');
-    std::string body = network ? normalized + 2 : normalized;
-    // The prefixed form switches off the system's own clean-up, so do its
-    // part here: no forward slashes, no trailing dots on a segment.
-    std::string cleaned;
-    for (size_t i = 0; i < body.size();) {
-        if (body[i] == '.') {
-            size_t j = i;
-            while (j < body.size() && body[j] == '.')
-                ++j;
-            if (j == body.size())
-                break;
-            if (!isSeparator(body[j]))
-                cleaned.append(body, i, j - i);
-            i = j;
-            continue;
+    if (len < 11 || !nm_path_is_absolute(normalized)) {
+        if (len >= size) {
+            out[0] = '\0';
+            return NM_E_INSUFFICIENT_BUFFER;
         }
-        cleaned += body[i] == '/' ? '\\' : body[i];
-        ++i;
+        memcpy(out, normalized, len + 1);
+        return 0;
     }
-    const std::string result = (network ? "\\\\?\\UNC\\" : "\\\\?\\") + cleaned;
-    if (result.size() > NM_PATH_PREFIXED_MAX)
-        return NM_E_INSUFFICIENT_BUFFER;
-    return copyOut(result, out, size);
+    return withoutThrowing([&] { return prefixAbsolute(normalized, out, size); });
 }

@@ -2,7 +2,8 @@
 
 #include <nmplatform/nmstatus.h>
 
-#include <vector>
+#include <memory>
+#include <new>
 
 namespace {
 
@@ -68,12 +69,15 @@ extern "C" uint32_t nm_path_utf8_to_utf16(const char *in, uint16_t *out, size_t 
 
 extern "C" uint32_t nm_path_to_windows(const char *path, uint16_t *out, size_t size)
 {
-    std::vector<char> normalized(NM_PATH_MAX);
-    std::vector<char> prefixed(NM_PATH_PREFIXED_MAX + 1);
-    uint32_t rc = nm_path_normalize(path, normalized.data(), normalized.size());
+    // Two path buffers are too large for the stack of every thread.
+    std::unique_ptr<char[]> normalized(new (std::nothrow) char[NM_PATH_MAX]);
+    std::unique_ptr<char[]> prefixed(new (std::nothrow) char[NM_PATH_PREFIXED_MAX + 1]);
+    if (!normalized || !prefixed)
+        return 8;
+    uint32_t rc = nm_path_normalize(path, normalized.get(), NM_PATH_MAX);
     if (rc == 0)
-        rc = nm_path_prefix(normalized.data(), prefixed.data(), prefixed.size());
+        rc = nm_path_prefix(normalized.get(), prefixed.get(), NM_PATH_PREFIXED_MAX + 1);
     if (rc == 0)
-        rc = nm_path_utf8_to_utf16(prefixed.data(), out, size, nullptr);
+        rc = nm_path_utf8_to_utf16(prefixed.get(), out, size, nullptr);
     return rc;
 }

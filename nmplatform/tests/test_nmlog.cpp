@@ -2,34 +2,17 @@
 #include <nmplatform/nmstatus.h>
 #include <nmplatform/nmsynchron.h>
 
+#include "nmtest_alloc.h"
+
 #include <QtTest>
 
 #include <errno.h>
-#include <new>
 #include <stdlib.h>
 #include <time.h>
 #include <thread>
 #include <unistd.h>
 
 #define NM_LOG_SOURCE "nmplatform/tests/test_nmlog"
-
-// Allocations of the current thread fail while this is set.
-thread_local bool t_failAllocations = false;
-
-void *operator new(std::size_t size)
-{
-    void *p = t_failAllocations ? nullptr : malloc(size ? size : 1);
-    if (!p)
-        throw std::bad_alloc();
-    return p;
-}
-void *operator new(std::size_t size, const std::nothrow_t &) noexcept
-{
-    return t_failAllocations ? nullptr : malloc(size ? size : 1);
-}
-void operator delete(void *p) noexcept { free(p); }
-void operator delete(void *p, std::size_t) noexcept { free(p); }
-void operator delete(void *p, const std::nothrow_t &) noexcept { free(p); }
 
 namespace {
 

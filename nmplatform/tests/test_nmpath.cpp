@@ -1,6 +1,8 @@
 #include <nmplatform/nmpath.h>
 #include <nmplatform/nmstatus.h>
 
+#include "nmtest_alloc.h"
+
 #include <QtTest>
 
 class TestNmPath : public QObject
@@ -13,6 +15,7 @@ private slots:
     void absolute();
     void utf16();
     void limits();
+    void nothingThrowsWithoutMemory();
 };
 
 // Each row runs both stages: normalise, then prefix the normalised form.
@@ -102,6 +105,20 @@ void TestNmPath::limits()
              uint(NM_E_INSUFFICIENT_BUFFER));
     const QByteArray tooLong = "C:/" + QByteArray(8200, 'a');
     QCOMPARE(nm_path_to_windows(tooLong.constData(), wide.data(), wide.size()), uint(NM_E_INSUFFICIENT_BUFFER));
+}
+
+void TestNmPath::nothingThrowsWithoutMemory()
+{
+    char out[64];
+    std::vector<uint16_t> wide(64);
+    t_failAllocations = true;
+    const uint32_t normalized = nm_path_normalize("C:/a/../b", out, sizeof out);
+    const uint32_t prefixed = nm_path_prefix("C:/abc/defghij", out, sizeof out);
+    const uint32_t converted = nm_path_to_windows("C:/a", wide.data(), wide.size());
+    t_failAllocations = false;
+    QCOMPARE(normalized, 8u);
+    QCOMPARE(prefixed, 8u);
+    QCOMPARE(converted, 8u);
 }
 
 QTEST_APPLESS_MAIN(TestNmPath)
