@@ -34,6 +34,9 @@ struct nm_crypto_dec {
   alignas(64) uint8_t scratch[NM_KEYSTREAM_SCRATCH]; /* AES inputs and outputs */
   alignas(64) uint8_t carry[NM_KEYSTREAM_CHUNK];
   uint64_t carry_at;          /* buffer offset of the chunk in carry; NM_CRYPTO_NO_CARRY if none */
+  uint64_t trailer_at;        /* file offset of the main record examined last */
+  nm_crypto_layout_t layout;  /* recorded by a successful open */
+  int opened;                 /* layout is valid */
   char message[NM_CRYPTO_MESSAGE_SIZE];
   void *owned;                /* released at free; nothing sets it yet */
 };

@@ -72,6 +72,15 @@ uint32_t startStream(nm_crypto_dec_t *dec, uint32_t *sys_error) {
   return NM_CRYPTO_OK;
 }
 
+// What tells later whether the envelope is still the one decrypted and
+// whether its layout agrees with L. A file that can't be identified has no
+// layout.
+void recordLayout(nm_crypto_dec_t *dec, bool ownTrailer) {
+  dec->layout.length = dec->main.length;
+  dec->layout.trailer_offset = ownTrailer ? dec->trailer_at : NM_CRYPTO_TRAILER_IN_SIDE_FILE;
+  dec->opened = nm_file_identify(&dec->file, &dec->layout.envelope) == 0;
+}
+
 // The side-file rule: after the envelope's own failure rc, its side file may
 // supply the metadata. Its own failure replaces rc only once it opened.
 uint32_t trySideFile(nm_crypto_dec_t *dec, uint32_t rc, const char *path, const char *passphrase,
@@ -95,6 +104,7 @@ uint32_t nm_crypto_examine(nm_crypto_dec_t *dec, nm_file_t *file, const char *pa
   nm_trailer_t trailer;
   if (nm_trailer_walk(dec->buffer, size, &trailer) != 0) return corrupt(dec);
   dec->main = trailer.main;
+  dec->trailer_at = dec->status.size - size + trailer.main_offset;
   if (!check_keys) return NM_CRYPTO_OK;
   if (nm_keycheck_find(dec->buffer, size, &trailer, passphrase, dec->file_key, &dec->digest) ==
       0)
@@ -114,16 +124,26 @@ uint32_t nm_crypto_dec_open(const char *passphrase, const char *path, nm_crypto_
   uint32_t err = nm_file_open_read(path, &dec->file);
   if (err != 0) return ioFailure(dec, "Cannot open file: ", err, sys_error);
   uint32_t rc = nm_crypto_examine(dec, &dec->file, passphrase, 1, sys_error);
-  if (rc != NM_CRYPTO_OK) rc = trySideFile(dec, rc, path, passphrase, sys_error);
+  const bool ownTrailer = rc == NM_CRYPTO_OK;
+  if (!ownTrailer) rc = trySideFile(dec, rc, path, passphrase, sys_error);
   if (rc == NM_CRYPTO_OK) rc = startStream(dec, sys_error);
   if (rc == NM_CRYPTO_OK) {
     dec->message[0] = '\0';  // an envelope that opened through its side file failed first
+    recordLayout(dec, ownTrailer);
     return rc;
   }
   OPENSSL_cleanse(dec->file_key, sizeof dec->file_key);
   dec->remaining = 0;  // reads after a failed open find the end, not the closed file
   nm_file_close(&dec->file);
   return rc;
+}
+
+uint32_t nm_crypto_dec_layout(const nm_crypto_dec_t *dec, nm_crypto_layout_t *layout) {
+  if (!layout) return NM_CRYPTO_INVALID;
+  memset(layout, 0, sizeof *layout);
+  if (!dec || !dec->opened) return NM_CRYPTO_INVALID;
+  *layout = dec->layout;
+  return NM_CRYPTO_OK;
 }
 
 namespace {

@@ -64,7 +64,7 @@ long failingRead(intptr_t handle, void *buffer, size_t size) {
 // Status and seek seam: fails call number g_faultAt of operation g_faultOp with EIO.
 int g_faultOp = 0, g_faultCalls = 0, g_faultAt = -1;
 
-uint32_t failingCall(int op) {
+uint32_t failingCall(int op, intptr_t, const char *, size_t *) {
   return op == g_faultOp && g_faultCalls++ == g_faultAt ? EIO : 0;
 }
 
@@ -318,6 +318,42 @@ private Q_SLOTS:
     uint32_t sysError = 0;
     QCOMPARE(nm_crypto_dec_probe(path("case.nimbra-env").c_str(), &sysError), c.probe);
     QVERIFY(c.probe != 3 || sysError != 0);
+  }
+
+  void layout_data() {
+    QTest::addColumn<std::string>("envelope");
+    QTest::addColumn<std::string>("side");
+    QTest::addColumn<qulonglong>("trailerAt");  // 0: the open fails
+    const size_t n = plain_.size();
+    const qulonglong side = NM_CRYPTO_TRAILER_IN_SIDE_FILE;
+    QTest::newRow("own trailer") << payload_ + trailer(n, "A") << kNone << qulonglong(n);
+    QTest::newRow("junk before the trailer") << payload_ + "junk" + trailer(n, "A") << kNone
+                                             << qulonglong(n + 4);
+    QTest::newRow("side file") << payload_ << trailer(n, "A") << side;
+    QTest::newRow("own mismatch, side matches") << payload_ + trailer(n, "B") << trailer(n, "A")
+                                                << side;
+    QTest::newRow("mismatch") << payload_ + trailer(n, "B") << kNone << 0ull;
+  }
+
+  // L, where the trailer stood and the envelope as it was opened.
+  void layout() {
+    QFETCH(std::string, envelope);
+    QFETCH(std::string, side);
+    QFETCH(qulonglong, trailerAt);
+    place(path("layout"), envelope);
+    place(path("layout.nmb-meta"), side);
+    nm_crypto_dec_t *dec = nm_crypto_dec_new();
+    nm_crypto_layout_t layout;
+    QCOMPARE(nm_crypto_dec_layout(dec, &layout), 6u);  // not opened yet
+    QCOMPARE(nm_crypto_dec_open("A", path("layout").c_str(), dec, nullptr), trailerAt ? 0u : 1u);
+    QCOMPARE(nm_crypto_dec_layout(dec, &layout), trailerAt ? 0u : 6u);
+    nm_crypto_dec_free(&dec);
+    nm_file_identity_t file;
+    QCOMPARE(nm_file_identify_path(path("layout").c_str(), &file), 0u);
+    QCOMPARE(layout.trailer_offset, trailerAt);
+    QCOMPARE(layout.length, trailerAt ? uint64_t(plain_.size()) : 0u);
+    QCOMPARE(bool(nm_file_identity_same(&layout.envelope, &file)), trailerAt != 0);
+    QCOMPARE(layout.envelope.mode, trailerAt ? file.mode : 0u);
   }
 
   // An envelope built byte by byte outside this code base: SHA-256 main slot,

@@ -4,6 +4,8 @@
 
 #include <nmplatform/nmlog.h>
 
+#include "nmfile_fault.h"
+
 #include <atomic>
 #include <errno.h>
 #include <fcntl.h>
@@ -28,13 +30,6 @@ long systemRead(intptr_t handle, void *buffer, size_t size)
 
 std::atomic<nm_file_read_fn> g_readFn{systemRead};
 std::atomic<nm_file_fault_fn> g_faultFn{nullptr};
-
-// The error a test asks op to fail with, 0 to go ahead.
-uint32_t injectedFault(int op)
-{
-    const nm_file_fault_fn fn = g_faultFn.load();
-    return fn ? fn(op) : 0;
-}
 
 uint32_t lastError() { return errno ? static_cast<uint32_t>(errno) : kInvalid; }
 
@@ -83,6 +78,13 @@ uint32_t fileType(mode_t mode)
 
 extern "C" void nm_file_set_read_fn(nm_file_read_fn fn) { g_readFn.store(fn ? fn : systemRead); }
 extern "C" void nm_file_set_fault_fn(nm_file_fault_fn fn) { g_faultFn.store(fn); }
+
+// The error a test asks op to fail with, 0 to go ahead.
+uint32_t nm_file_fault(int op, intptr_t handle, const char *path, size_t *size)
+{
+    const nm_file_fault_fn fn = g_faultFn.load();
+    return fn ? fn(op, handle, path, size) : 0;
+}
 
 extern "C" uint32_t nm_file_init(nm_file_t *file)
 {
@@ -174,6 +176,8 @@ extern "C" uint32_t nm_file_write(nm_file_t *file, const void *buffer, size_t si
         return kInvalid;
     if (!nm_file_is_open(file))
         return EBADF;
+    if (const uint32_t fault = nm_file_fault(NM_FILE_OP_WRITE, file->handle, nullptr, &size))
+        return fault;
     ssize_t n;
     do {
         n = ::write(fd(file), buffer, size);
@@ -189,7 +193,7 @@ extern "C" uint32_t nm_file_seek(nm_file_t *file, int64_t offset, int origin)
     if (!file || origin < 0 || origin > 2)
         return kInvalid;
     static const int whence[] = {SEEK_SET, SEEK_CUR, SEEK_END};
-    uint32_t err = injectedFault(NM_FILE_OP_SEEK);
+    uint32_t err = nm_file_fault(NM_FILE_OP_SEEK, file->handle, nullptr, nullptr);
     if (err == 0 && ::lseek(fd(file), static_cast<off_t>(offset), whence[origin]) < 0)
         err = lastError();
     if (err != 0) {
@@ -208,7 +212,7 @@ extern "C" uint32_t nm_file_stat(nm_file_t *file, nm_file_stat_t *status)
     memset(status, 0, sizeof *status);
     if (!file)
         return kInvalid;
-    if (const uint32_t err = injectedFault(NM_FILE_OP_STAT))
+    if (const uint32_t err = nm_file_fault(NM_FILE_OP_STAT, file->handle, nullptr, nullptr))
         return err;
     struct stat st;
     if (::fstat(fd(file), &st) != 0)
@@ -239,8 +243,11 @@ extern "C" uint32_t nm_file_close(nm_file_t *file)
         return kInvalid;
     if (file->handle == NM_FILE_CLOSED)
         return 0;
+    const uint32_t fault = nm_file_fault(NM_FILE_OP_CLOSE, file->handle, nullptr, nullptr);
     const int rc = ::close(fd(file));
     file->handle = NM_FILE_CLOSED; // closed either way: retrying close(2) is unsafe
+    if (fault)
+        return fault;
     return rc == 0 || errno == EINTR ? 0 : lastError();
 }
 

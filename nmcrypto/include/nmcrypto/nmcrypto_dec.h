@@ -10,6 +10,8 @@
 #include <stddef.h>
 #include <stdint.h>
 
+#include <nmplatform/nmplace.h>
+
 #ifdef __cplusplus
 extern "C" {
 #endif
@@ -38,6 +40,22 @@ uint32_t nm_crypto_dec_open(const char *passphrase, const char *path, nm_crypto_
  * end. In the direct case up to 15 bytes past *count (within size) may be
  * overwritten. */
 uint32_t nm_crypto_dec_read(nm_crypto_dec_t *dec, void *buffer, size_t size, uint64_t *count);
+
+/* trailer_offset of a trailer that stood in the ".nmb-meta" side file. */
+#define NM_CRYPTO_TRAILER_IN_SIDE_FILE UINT64_MAX
+
+/* Where an opened envelope's plaintext comes from. The envelope's layout
+ * agrees with L when L equals trailer_offset (trailer in the envelope) or
+ * the envelope's size (trailer in the side file). */
+typedef struct nm_crypto_layout {
+  uint64_t length;              /* plaintext length L from the main record */
+  uint64_t trailer_offset;      /* envelope offset of the main record */
+  nm_file_identity_t envelope;  /* the envelope file as opened */
+} nm_crypto_layout_t;
+
+/* Fills *layout as recorded by a successful open: 0; 6 for null arguments or
+ * a handle that did not open (*layout is zeroed then). */
+uint32_t nm_crypto_dec_layout(const nm_crypto_dec_t *dec, nm_crypto_layout_t *layout);
 
 /* The handle's message text, valid until the handle is freed. */
 const char *nm_crypto_dec_error_text(const nm_crypto_dec_t *dec);

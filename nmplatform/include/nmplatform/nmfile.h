@@ -104,11 +104,23 @@ uint32_t nm_file_link(const char *existing_path, const char *new_path);
 typedef long (*nm_file_read_fn)(intptr_t handle, void *buffer, size_t size);
 void nm_file_set_read_fn(nm_file_read_fn fn);
 
-/* Test seam: called with the operation before the system call of nm_file_seek
- * and nm_file_stat; a non-zero result fails that call with this error number
- * as if the system had. Null removes it. Not for production code. */
-enum { NM_FILE_OP_SEEK = 1, NM_FILE_OP_STAT = 2 };
-typedef uint32_t (*nm_file_fault_fn)(int op);
+/* Test seam for faults: fn is asked before the system call of each seek,
+ * status, write, data sync, close, exclusive creation and placement of this
+ * layer (and of nmplace.h), with the handle (NM_FILE_CLOSED for calls that
+ * take a path), the path (null for calls that take a handle) and, for a
+ * write, the byte count, which fn may lower to make the write short. A
+ * non-zero result fails that call with this error number as if the system
+ * had; a failed close still closes. Null removes it. Not for production code. */
+enum {
+  NM_FILE_OP_SEEK = 1,
+  NM_FILE_OP_STAT = 2,
+  NM_FILE_OP_WRITE = 3,
+  NM_FILE_OP_SYNC = 4,
+  NM_FILE_OP_CLOSE = 5,
+  NM_FILE_OP_CREATE = 6,
+  NM_FILE_OP_PLACE = 7
+};
+typedef uint32_t (*nm_file_fault_fn)(int op, intptr_t handle, const char *path, size_t *size);
 void nm_file_set_fault_fn(nm_file_fault_fn fn);
 
 #ifdef __cplusplus

@@ -1,0 +1,163 @@
+#include <nmplatform/nmplace.h>
+
+#include <QtTest>
+
+#include <errno.h>
+#include <sys/stat.h>
+#include <unistd.h>
+
+namespace {
+
+uint32_t g_faultOp = 0, g_faultErrno = 0;
+uint32_t failOp(int op, intptr_t, const char *, size_t *)
+{
+    return uint32_t(op) == g_faultOp ? g_faultErrno : 0;
+}
+
+QByteArray readAll(const QString &path)
+{
+    QFile f(path);
+    return f.open(QIODevice::ReadOnly) ? f.readAll() : QByteArray("<missing>");
+}
+
+} // namespace
+
+class TestNmPlace : public QObject
+{
+    Q_OBJECT
+    QTemporaryDir m_dir;
+    QByteArray path(const char *name) const { return m_dir.filePath(name).toUtf8(); }
+
+    // Puts an entry of the given kind at name; returns how to recognise it.
+    QByteArray occupy(const char *name, const QByteArray &kind)
+    {
+        const QByteArray p = path(name), target = path("target");
+        unlink(p.constData());
+        rmdir(p.constData());
+        QFile(QString::fromUtf8(target)).remove();
+        if (kind == "file" || kind == "link") {
+            QFile f(QString::fromUtf8(kind == "file" ? p : target));
+            f.open(QIODevice::WriteOnly);
+            f.write("mine");
+        }
+        const bool made = ((kind != "link" && kind != "dangling link")
+                           || symlink(target.constData(), p.constData()) == 0)
+                          && (kind != "fifo" || mkfifo(p.constData(), 0600) == 0)
+                          && (kind != "folder" || mkdir(p.constData(), 0700) == 0);
+        if (!made)
+            qFatal("cannot make %s", p.constData());
+        return state(name);
+    }
+
+    QByteArray state(const char *name) const
+    {
+        struct stat st;
+        if (lstat(path(name).constData(), &st) != 0)
+            return "none";
+        const QByteArray content = S_ISREG(st.st_mode) ? readAll(QString::fromUtf8(path(name))) : "";
+        return QByteArray::number(st.st_mode & S_IFMT, 8) + ' ' + content + ' '
+               + readAll(QString::fromUtf8(path("target")));
+    }
+
+private slots:
+    void cleanup() { nm_file_set_fault_fn(nullptr); }
+
+    void takenNames_data()
+    {
+        QTest::addColumn<QByteArray>("kind");
+        for (const char *kind : {"file", "link", "dangling link", "fifo", "folder"})
+            QTest::newRow(kind) << QByteArray(kind);
+    }
+
+    // A taken name, whatever holds it, is neither created, written through
+    // nor replaced: 17 and everything as it was.
+    void takenNames()
+    {
+        QFETCH(QByteArray, kind);
+        const QByteArray before = occupy("taken", kind);
+        nm_file_t f;
+        QCOMPARE(nm_file_create_new(path("taken").constData(), 0600, &f), uint(EEXIST));
+        QVERIFY(!nm_file_is_open(&f));
+        QCOMPARE(nm_file_create_new(path("new").constData(), 0600, &f), 0u);
+        size_t n = 0;
+        QCOMPARE(nm_file_write(&f, "plain", 5, &n), 0u);
+        QCOMPARE(nm_file_close(&f), 0u);
+        QCOMPARE(nm_file_place(path("new").constData(), path("taken").constData()), uint(EEXIST));
+        QCOMPARE(state("taken"), before);
+        QCOMPARE(readAll(m_dir.filePath("new")), QByteArray("plain"));
+        QCOMPARE(nm_file_place(path("new").constData(), path("free").constData()), 0u);
+        QCOMPARE(readAll(m_dir.filePath("free")), QByteArray("plain"));
+        QVERIFY(!QFile::exists(m_dir.filePath("new")));
+        QFile::remove(m_dir.filePath("free"));
+    }
+
+    // Permission bits as asked, narrowed by the umask; the identity follows
+    // the file across a rename and tells a rewrite apart.
+    void modeAndIdentity()
+    {
+        const mode_t old = umask(022);
+        nm_file_t f;
+        QCOMPARE(nm_file_create_new(path("m").constData(), 0666, &f), 0u);
+        umask(old);
+        nm_file_identity_t opened, named;
+        QCOMPARE(nm_file_identify(&f, &opened), 0u);
+        QCOMPARE(opened.mode, 0644u);
+        QCOMPARE(opened.type, uint32_t(NM_FILE_TYPE_REGULAR));
+        QCOMPARE(nm_file_sync_data(&f), 0u);
+        QCOMPARE(nm_file_close(&f), 0u);
+        QCOMPARE(nm_file_place(path("m").constData(), path("moved").constData()), 0u);
+        QCOMPARE(nm_dir_sync(m_dir.path().toUtf8().constData()), 0u);
+        QCOMPARE(nm_file_identify_path(path("moved").constData(), &named), 0u);
+        QVERIFY(nm_file_identity_same(&opened, &named));
+        QFile moved(m_dir.filePath("moved"));
+        QVERIFY(moved.open(QIODevice::Append) && moved.write("x") == 1);
+        moved.close();
+        QCOMPARE(nm_file_identify_path(path("moved").constData(), &named), 0u);
+        QVERIFY(!nm_file_identity_same(&opened, &named));
+        QCOMPARE(nm_file_identify_path(path("absent").constData(), &named), uint(ENOENT));
+        occupy("l", "link");
+        QCOMPARE(nm_file_identify_path(path("l").constData(), &named), 0u);
+        QCOMPARE(named.type, uint32_t(NM_FILE_TYPE_OTHER)); // the link itself
+    }
+
+    void faults_data()
+    {
+        QTest::addColumn<uint>("op");
+        QTest::addColumn<uint>("err");
+        QTest::newRow("write") << uint(NM_FILE_OP_WRITE) << uint(ENOSPC);
+        QTest::newRow("sync") << uint(NM_FILE_OP_SYNC) << uint(EIO);
+        QTest::newRow("close") << uint(NM_FILE_OP_CLOSE) << uint(EDQUOT);
+        QTest::newRow("create") << uint(NM_FILE_OP_CREATE) << uint(EROFS);
+        QTest::newRow("place") << uint(NM_FILE_OP_PLACE) << uint(EACCES);
+    }
+
+    // The seam fails exactly the call it names, with its error, and a failed
+    // close still closes.
+    void faults()
+    {
+        QFETCH(uint, op);
+        QFETCH(uint, err);
+        g_faultOp = op;
+        g_faultErrno = err;
+        nm_file_set_fault_fn(failOp);
+        const auto expect = [&](uint self) { return self == op ? err : 0u; };
+        nm_file_t f;
+        size_t n = 0;
+        QCOMPARE(nm_file_create_new(path("f").constData(), 0600, &f), expect(NM_FILE_OP_CREATE));
+        if (op == NM_FILE_OP_CREATE) {
+            QVERIFY(!QFile::exists(m_dir.filePath("f")));
+            return;
+        }
+        QCOMPARE(nm_file_write(&f, "abc", 3, &n), expect(NM_FILE_OP_WRITE));
+        QCOMPARE(nm_file_sync_data(&f), expect(NM_FILE_OP_SYNC));
+        QCOMPARE(nm_dir_sync(m_dir.path().toUtf8().constData()), expect(NM_FILE_OP_SYNC));
+        QCOMPARE(nm_file_close(&f), expect(NM_FILE_OP_CLOSE));
+        QVERIFY(!nm_file_is_open(&f));
+        QCOMPARE(nm_file_place(path("f").constData(), path("g").constData()), expect(NM_FILE_OP_PLACE));
+        QFile::remove(m_dir.filePath("f"));
+        QFile::remove(m_dir.filePath("g"));
+    }
+};
+
+QTEST_APPLESS_MAIN(TestNmPlace)
+#include "test_nmplace.moc"
