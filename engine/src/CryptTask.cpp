@@ -21,7 +21,8 @@ CryptTask::CryptTask(const CryptTask &other)
       m_outputPath(other.m_outputPath),
       m_outputSuffixed(other.m_outputSuffixed),
       m_plainInput(other.m_plainInput),
-      m_sourceDeleted(other.m_sourceDeleted)
+      m_sourceDeleted(other.m_sourceDeleted),
+      m_record(other.m_record)
 {
     setStatus(other.status());
     setProgress(other.progress());

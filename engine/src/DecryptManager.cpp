@@ -2,6 +2,8 @@
 
 #include <localization/LocaleText.h>
 
+#include "OutputNaming.h"
+
 namespace {
 DecryptManager *s_instance = nullptr;
 } // namespace
@@ -19,7 +21,8 @@ void DecryptManager::release()
     s_instance = nullptr;
 }
 
-DecryptManager::DecryptManager(QObject *parent) : QThread(parent)
+DecryptManager::DecryptManager(QObject *parent)
+    : QThread(parent), m_names(new output_naming::NameReservations)
 {
     qRegisterMetaType<CryptTask>("CryptTask");
     qRegisterMetaType<const CryptTask *>("const CryptTask*");
@@ -27,6 +30,7 @@ DecryptManager::DecryptManager(QObject *parent) : QThread(parent)
     qRegisterMetaType<Task::STATUS>("Task::STATUS");
     for (int i = 0; i < m_maxWorkers; ++i) {
         auto *worker = new VextDecryptWorker(static_cast<unsigned>(i), this);
+        worker->setNameReservations(m_names.get());
         m_idleWorkers.append(worker);
         connect(worker, &VextDecryptWorker::started, this, &DecryptManager::onStart,
                 Qt::QueuedConnection);
@@ -94,6 +98,8 @@ void DecryptManager::start(const QString &passphrase)
     if (m_batchActive)
         emit allFinished();
     m_batchActive = true;
+    m_names->clear();
+    m_syncOutputs = m_deleteEncrypted && m_deleteEncrypted();
     emit started(count);
     QThread::start(QThread::LowPriority);
 }
@@ -164,6 +170,7 @@ bool DecryptManager::dispatchOne()
         reportError(NM_TR("Task could not be created for %s", path.toUtf8().constData()));
         return true;
     }
+    worker->setSyncOutputs(m_syncOutputs);
     worker->startTask(task);
     return true;
 }

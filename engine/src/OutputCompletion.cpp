@@ -4,17 +4,31 @@
 
 #include <new>
 
-#include <QFile>
-#include <QFileInfo>
-
 #include <localization/LocaleText.h>
+#include <nmplatform/nmplace.h>
 
+#include "EnvelopeRemoval.h"
 #include "OutputNaming.h"
+#include "OutputPlacement.h"
 
 namespace {
 QByteArray utf8(const QString &text)
 {
     return text.toUtf8();
+}
+
+// A rename that never replaces anything.
+bool renameFree(const QString &from, const QString &to)
+{
+    return nm_file_place(output_placement::native(from).constData(),
+                         output_placement::native(to).constData())
+           == 0;
+}
+
+QString keptText(const QString &source, const QString &reason)
+{
+    return NM_TR("Could not remove file %s", utf8(source).constData()) + QLatin1String(". ")
+           + reason;
 }
 } // namespace
 
@@ -30,7 +44,9 @@ CryptTask *DecryptManager::createTask(const QString &path, const QString &passph
     if (task->thread() != thread())
         task->moveToThread(thread());
 
-    const output_naming::OutputName output = output_naming::outputFor(path);
+    const output_naming::OutputName output = output_naming::outputFor(path, m_names.get(), task);
+    task->record().naturalOutput = output.natural;
+    task->record().nameStep = output.step;
     task->setPlainInput(output.plainInput);
     task->setOutputSuffixed(output.suffixed);
     task->setOutputPath(output.path);
@@ -58,14 +74,15 @@ void DecryptManager::renamePlainInput(CryptTask *task)
     const QString formerSource = task->sourcePath();
     const QString envelope =
         formerSource + QLatin1Char('.') + QLatin1String(output_naming::kEnvelopeExtension);
-    if (!QFile::rename(formerSource, envelope)) {
+    if (!renameFree(formerSource, envelope)) {
         reportError(NM_TR("Could not rename input %1$s to %2$s", utf8(formerSource).constData(),
                           utf8(envelope).constData()));
         task->setPlainInput(false);
         return;
     }
     task->setSourcePath(envelope);
-    if (QFile::rename(task->outputPath(), formerSource)) {
+    task->record().folderSynced = false; // its names changed
+    if (renameFree(task->outputPath(), formerSource)) {
         task->setOutputSuffixed(false);
         task->setOutputPath(formerSource);
     } else {
@@ -77,14 +94,14 @@ void DecryptManager::renamePlainInput(CryptTask *task)
 
 void DecryptManager::deleteAfterSuccess(CryptTask *task)
 {
+    const envelope_removal::Result removal = envelope_removal::removeEnvelope(*task);
     const QString source = task->sourcePath();
-    if (!QFileInfo::exists(source)) {
-        reportError(NM_TR("Could not remove file %s. Does not exist", utf8(source).constData()));
-    } else if (QFile::remove(source)) {
+    if (removal.outcome == envelope_removal::Outcome::Removed)
         task->setSourceDeleted(true);
-    } else {
-        reportError(NM_TR("Could not remove file %s", utf8(source).constData()));
-    }
+    else if (removal.outcome == envelope_removal::Outcome::Missing)
+        reportError(NM_TR("Could not remove file %s. Does not exist", utf8(source).constData()));
+    else
+        reportError(keptText(source, removal.reason));
 }
 
 bool DecryptManager::deleteEncrypted()
@@ -95,18 +112,19 @@ bool DecryptManager::deleteEncrypted()
     const QList<CryptTask *> tasks = finishedTasks();
     bool allRemoved = true;
     for (CryptTask *task : tasks) {
+        const envelope_removal::Result removal = envelope_removal::removeEnvelope(*task);
         const QString source = task->sourcePath();
-        if (!QFileInfo::exists(source)) {
-            reportError(NM_TR("Could not remove file %s. file does not exist.",
-                              utf8(source).constData()));
-            allRemoved = false;
-        } else if (QFile::remove(source)) {
+        if (removal.outcome == envelope_removal::Outcome::Removed) {
             task->setSourceDeleted(true);
             emit statsChanged(task);
-        } else {
-            reportError(NM_TR("Could not remove file %s", utf8(source).constData()));
-            allRemoved = false;
+            continue;
         }
+        allRemoved = false;
+        if (removal.outcome == envelope_removal::Outcome::Missing)
+            reportError(NM_TR("Could not remove file %s. file does not exist.",
+                              utf8(source).constData()));
+        else
+            reportError(keptText(source, removal.reason));
     }
     return allRemoved;
 }

@@ -9,7 +9,6 @@ const char *const kEnvelopeExtension = "nimbra-env";
 namespace {
 
 const QLatin1String kMark("(decrypted)");
-const QLatin1String kSecondMark("(decrypted 2)");
 
 // "." + ext, or nothing for a name without extension.
 QString dotted(const QString &ext)
@@ -26,20 +25,43 @@ bool isTaken(const QString &path)
     return info.isSymLink() || info.exists();
 }
 
-QString markedName(const QString &output)
+QString numberedMark(int number)
 {
-    const QFileInfo info(output);
-    QString base = info.completeBaseName();
-    if (base.contains(kMark))
-        base.replace(kMark, kSecondMark);
-    else
-        base += kMark;
-    return info.absolutePath() + QLatin1Char('/') + base + dotted(info.suffix());
+    return QStringLiteral("(decrypted %1)").arg(number);
 }
 
 } // namespace
 
-OutputName outputFor(const QString &sourcePath)
+bool NameReservations::claim(const QString &path, const void *owner)
+{
+    QMutexLocker locker(&m_mutex);
+    const auto it = m_owners.constFind(path);
+    if (it != m_owners.constEnd())
+        return it.value() == owner;
+    m_owners.insert(path, owner);
+    return true;
+}
+
+void NameReservations::clear()
+{
+    QMutexLocker locker(&m_mutex);
+    m_owners.clear();
+}
+
+QString nameAt(const QString &natural, int step)
+{
+    if (step <= 0)
+        return natural;
+    const QFileInfo info(natural);
+    QString base = info.completeBaseName();
+    if (base.contains(kMark))
+        base.replace(kMark, numberedMark(step + 1));
+    else
+        base += step == 1 ? QString(kMark) : numberedMark(step);
+    return info.absolutePath() + QLatin1Char('/') + base + dotted(info.suffix());
+}
+
+OutputName outputFor(const QString &sourcePath, NameReservations *names, const void *owner)
 {
     const QFileInfo source(sourcePath);
     const QString dir = source.absolutePath();
@@ -48,15 +70,17 @@ OutputName outputFor(const QString &sourcePath)
 
     OutputName name;
     if (ext.toLower() == QLatin1String(kEnvelopeExtension)) {
-        name.path = dir + QLatin1Char('/') + base;
+        name.natural = dir + QLatin1Char('/') + base;
     } else {
         name.plainInput = true;
-        name.path = dir + QLatin1Char('/') + base + dotted(ext);
+        name.natural = dir + QLatin1Char('/') + base + dotted(ext);
     }
-    if (isTaken(name.path)) {
-        name.path = markedName(name.path);
-        name.suffixed = true;
-    }
+    if (isTaken(name.natural))
+        name.step = 1;
+    while (names && !names->claim(nameAt(name.natural, name.step), owner))
+        ++name.step;
+    name.path = nameAt(name.natural, name.step);
+    name.suffixed = name.step > 0;
     return name;
 }
 

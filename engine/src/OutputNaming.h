@@ -1,7 +1,11 @@
 // Where a file's plaintext goes: beside the envelope, under the envelope's
-// name less its extension, never over an existing file under its own name.
+// name less its extension. A taken name is never overwritten: the name
+// sequence goes on, "x", "x(decrypted)", "x(decrypted 2)", "x(decrypted 3)"...
+// and a name that one task of a batch chose is taken for all the others.
 #pragma once
 
+#include <QHash>
+#include <QMutex>
 #include <QString>
 
 namespace output_naming {
@@ -9,15 +13,38 @@ namespace output_naming {
 // The envelope extension, compared without regard to letter case.
 extern const char *const kEnvelopeExtension;
 
-struct OutputName {
-    QString path;
-    bool plainInput = false; // the source lacks the envelope extension
-    bool suffixed = false;   // the natural name was taken: "(decrypted)" mark
+// Names chosen within one batch, each with the task that chose it. Shared by
+// the dispatcher (naming) and the workers (placing): thread-safe.
+class NameReservations
+{
+public:
+    // Reserves path for owner. False when another owner holds it.
+    bool claim(const QString &path, const void *owner);
+    void clear();
+
+private:
+    QMutex m_mutex;
+    QHash<QString, const void *> m_owners;
 };
 
-// The output for sourcePath. The name is checked against the disk once: a
-// name that is taken gets "(decrypted)" (or, when it already carries that
-// mark, "(decrypted 2)"), and the marked name is not checked again.
-OutputName outputFor(const QString &sourcePath);
+struct OutputName {
+    QString path;
+    QString natural;         // step 0 of the sequence
+    int step = 0;            // of path in the sequence
+    bool plainInput = false; // the source lacks the envelope extension
+    bool suffixed = false;   // a mark was added: step > 0
+};
+
+// Step n of natural's name sequence. Step 1 is the first marked name: a
+// base that holds "(decrypted)" has every one replaced by "(decrypted 2)",
+// any other base gets "(decrypted)" straight after it. Later steps number
+// on from there in the same place ("(decrypted 3)"...).
+QString nameAt(const QString &natural, int step);
+
+// The output for sourcePath: the natural name, or the first marked name when
+// the natural one exists on disk (checked once; a marked name is checked at
+// placement), then on along the sequence while another task of the batch
+// holds the name. The result is reserved for owner. names may be null.
+OutputName outputFor(const QString &sourcePath, NameReservations *names, const void *owner);
 
 } // namespace output_naming

@@ -1,9 +1,10 @@
 #include "OutputWriter.h"
 
-#if defined(__linux__)
-#include <fcntl.h>
-#include <unistd.h>
-#endif
+#include <cerrno>
+
+#include <nmplatform/nmwipe.h>
+
+#include "OutputPlacement.h"
 
 namespace {
 // Large enough for few system calls, small enough to stay in the cache.
@@ -12,82 +13,78 @@ constexpr qint64 kBufferSize = 256 * 1024;
 constexpr qint64 kReserveFrom = 1024 * 1024;
 } // namespace
 
-OutputWriter::OutputWriter(const QString &path, qint64 pieceSize)
-    : m_file(path), m_pieceSize(pieceSize)
+OutputWriter::OutputWriter(const QString &outputPath, qint64 pieceSize)
+    : m_outputPath(outputPath), m_pieceSize(pieceSize)
 {
+    nm_file_init(&m_file);
 }
 
-bool OutputWriter::open(qint64 expectedSize)
+OutputWriter::~OutputWriter()
 {
-    // Unbuffered: this class is the buffer.
-    m_fill = 0;
-    m_written = 0;
-    m_reserved = false;
-    if (!m_file.open(QIODevice::WriteOnly | QIODevice::Truncate | QIODevice::Unbuffered))
-        return false;
+    nm_file_close(&m_file);
+    if (!m_temporary.isEmpty() && !m_kept)
+        nm_file_delete(output_placement::native(m_temporary).constData());
+    nm_wipe(m_buffer.get(), static_cast<size_t>(m_bufferSize));
+}
+
+uint32_t OutputWriter::open(qint64 expectedSize, uint32_t mode)
+{
+    const uint32_t rc = output_placement::createTemporary(m_outputPath, mode, &m_file, &m_temporary);
+    if (rc != 0) {
+        m_temporary.clear(); // nothing of ours to remove
+        return rc;
+    }
+    nm_file_identify(&m_file, &m_identity);
     // A small file gets a small buffer: most runs are short, and a large
     // buffer would cost more to set up than the whole file to write.
     m_bufferSize = qBound(2 * m_pieceSize, expectedSize + m_pieceSize, kBufferSize);
     m_buffer.reset(new char[static_cast<size_t>(m_bufferSize)]);
-#if defined(__linux__)
     // Best effort: allocating the blocks at once makes the writes cheaper.
     // The file's size is left alone, so an unused reservation never shows;
-    // what lies beyond the end is given back when the file is closed.
+    // what lies beyond the end is given back when the file is finished.
     if (expectedSize >= kReserveFrom)
-        m_reserved = fallocate(m_file.handle(), FALLOC_FL_KEEP_SIZE, 0, expectedSize) == 0;
-#else
-    Q_UNUSED(expectedSize);
-#endif
-    return true;
+        m_reserved = nm_file_reserve(&m_file, static_cast<uint64_t>(expectedSize)) == 0;
+    return 0;
 }
 
-qint64 OutputWriter::commit(qint64 count)
+bool OutputWriter::commit(qint64 count)
 {
     m_fill += count;
-    if (m_fill + m_pieceSize > m_bufferSize && !flush())
-        return -1;
-    return count;
+    if (m_fill + m_pieceSize > m_bufferSize)
+        return flush();
+    return m_error == 0;
 }
 
+// Every fault is final: a short write is continued, but a write that moves
+// nothing, like any error, ends the output.
 bool OutputWriter::flush()
 {
     const char *data = m_buffer.get();
-    qint64 left = m_fill;
+    qint64 left = m_error == 0 ? m_fill : 0;
     m_fill = 0;
     while (left > 0) {
-        const qint64 written = m_file.write(data, left);
-        if (written <= 0) {
-            m_file.close();
+        size_t written = 0;
+        m_error = nm_file_write(&m_file, data, static_cast<size_t>(left), &written);
+        if (m_error == 0 && written == 0)
+            m_error = EIO;
+        if (m_error != 0)
             return false;
-        }
         data += written;
-        left -= written;
-        m_written += written;
+        left -= static_cast<qint64>(written);
+        m_written += static_cast<qint64>(written);
     }
-    return true;
+    return m_error == 0;
 }
 
-void OutputWriter::trimReservation()
+uint32_t OutputWriter::finish(bool syncData, uint32_t *syncError)
 {
-#if defined(__linux__)
-    // Truncating to the current size frees blocks reserved past the end.
-    if (m_reserved && m_file.isOpen())
-        (void)::ftruncate(m_file.handle(), m_written);
-#endif
-    m_reserved = false;
-}
-
-bool OutputWriter::finish()
-{
-    const bool flushed = m_file.isOpen() && flush();
-    trimReservation();
-    m_file.close();
-    return flushed;
-}
-
-void OutputWriter::close()
-{
-    if (m_file.isOpen() && flush())
-        trimReservation();
-    m_file.close();
+    *syncError = 0;
+    if (flush() && m_reserved)
+        m_error = nm_file_truncate(&m_file, static_cast<uint64_t>(m_written));
+    if (m_error == 0 && syncData)
+        *syncError = nm_file_sync_data(&m_file);
+    const uint32_t closed = nm_file_close(&m_file);
+    if (m_error == 0)
+        m_error = closed;
+    return m_error;
 }

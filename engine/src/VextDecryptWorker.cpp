@@ -6,12 +6,11 @@
 #include <engine/CryptTask.h>
 #include <localization/LocaleText.h>
 
+#include <nmplatform/nmwipe.h>
+
 #include "EngineText.h"
-#include "OutputWriter.h"
 
 namespace {
-// Plaintext moves in pieces of this size; cancellation is seen between two.
-constexpr size_t kPieceSize = 1024;
 
 // The event dispatcher of a worker thread. A run has no event loop and no
 // timers, and nothing is ever posted to the thread (the worker object lives
@@ -138,6 +137,15 @@ void VextDecryptWorker::fail(int code, const QString &text)
 void VextDecryptWorker::run()
 {
     emit started(this);
+    decrypt();
+    // What the decrypter, the crypto library and the dynamic linker left on
+    // this thread's stack (key schedules, plaintext, saved registers) goes
+    // before the thread is handed back.
+    nm_wipe_stack();
+}
+
+void VextDecryptWorker::decrypt()
+{
     // isFile() first: one stat answers it, and exists() then comes from the
     // cache, so the usual case costs a single system call.
     const QFileInfo source(m_sourcePath);
@@ -153,70 +161,38 @@ void VextDecryptWorker::run()
         fail(ResultNoDecrypter, NM_TR("Could not initialize decrypter."));
         return;
     }
-    uint32_t systemError = 0;
-    const uint32_t opened = nm_crypto_dec_open(m_passphrase.toUtf8().constData(),
-                                               m_sourcePath.toUtf8().constData(), m_decrypter,
-                                               &systemError);
-    if (opened != NM_CRYPTO_OK) {
-        fail(static_cast<int>(opened), QString::fromUtf8(nm_crypto_dec_error_text(m_decrypter)));
-        nm_crypto_dec_free(&m_decrypter);
+    if (!openEnvelope())
         return;
-    }
     if (copyPlaintext(source.size()))
         return;
-    // Cancelled between two pieces: the partial output goes.
+    // Cancelled between two pieces: the partial output is gone already.
     fail(ResultWriteFailed, NM_TR("Cancelled by user"));
 }
 
-// Streams the plaintext into the output. Returns false only when the run was
-// cancelled (the output is then already removed); every other end sets the
-// result itself.
-bool VextDecryptWorker::copyPlaintext(qint64 sourceSize)
+// Opens the envelope and records what the decrypter found: L, where the
+// trailer stood and the envelope's identity, for the checks before delete.
+bool VextDecryptWorker::openEnvelope()
 {
-    CryptTask *const task = m_task.load();
-    OutputWriter output(m_outputPath, kPieceSize);
-    // The plaintext is never longer than its envelope.
-    if (!output.open(sourceSize)) {
-        nm_crypto_dec_free(&m_decrypter);
-        fail(ResultOutputFailed, QString()); // nothing written, nothing to remove
-        return true;
+    QByteArray passphrase = m_passphrase.toUtf8();
+    uint32_t systemError = 0;
+    const uint32_t opened = nm_crypto_dec_open(passphrase.constData(),
+                                               m_sourcePath.toUtf8().constData(), m_decrypter,
+                                               &systemError);
+    nm_wipe(passphrase.data(), static_cast<size_t>(passphrase.size()));
+    if (opened != NM_CRYPTO_OK) {
+        failDecrypter(opened);
+        return false;
     }
-    for (;;) {
-        uint64_t count = 0;
-        const uint32_t read = nm_crypto_dec_read(m_decrypter, output.piece(), kPieceSize, &count);
-        if (read != NM_CRYPTO_OK) {
-            // A decrypter failure mid-stream keeps the partial output.
-            fail(static_cast<int>(read), QString::fromUtf8(nm_crypto_dec_error_text(m_decrypter)));
-            nm_crypto_dec_free(&m_decrypter);
-            output.close();
-            return true;
-        }
-        if (count == 0 && !m_cancelRequested) {
-            nm_crypto_dec_free(&m_decrypter);
-            if (output.finish()) {
-                fail(ResultOk, QString());
-            } else {
-                fail(ResultWriteFailed, NM_TR("Could not write out to device."));
-                output.discard();
-            }
-            return true;
-        }
-        if (count == 0)
-            break;
-        if (output.commit(static_cast<qint64>(count)) == -1) {
-            fail(ResultWriteFailed, NM_TR("Could not write out to device."));
-            nm_crypto_dec_free(&m_decrypter);
-            output.discard();
-            return true;
-        }
-        m_bytesDone += count;
-        task->setProgress(fractionDone());
-        if (m_cancelRequested)
-            break;
-    }
+    DecryptRecord &record = m_task.load()->record();
+    record.opened = nm_crypto_dec_layout(m_decrypter, &record.layout) == NM_CRYPTO_OK;
+    return true;
+}
+
+// The decrypter's result and message; the handle goes.
+void VextDecryptWorker::failDecrypter(uint32_t result)
+{
+    fail(static_cast<int>(result), QString::fromUtf8(nm_crypto_dec_error_text(m_decrypter)));
     nm_crypto_dec_free(&m_decrypter);
-    output.discard();
-    return false;
 }
 
 void VextDecryptWorker::onFinished()

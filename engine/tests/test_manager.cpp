@@ -136,7 +136,7 @@ private slots:
         QTest::newRow("inner extension") << "r.pdf.nimbra-env" << L() << 0 << "r.pdf" << "";
         QTest::newRow("taken") << x << L{"x"} << 0 << "x(decrypted)" << "";
         QTest::newRow("taken by a folder") << x << L{"x/"} << 0 << "x(decrypted)" << "";
-        QTest::newRow("checked once, overwritten") << x << L{"x", "x(decrypted)"} << 0 << "x(decrypted)" << "";
+        QTest::newRow("marked name taken too") << x << L{"x", "x(decrypted)"} << 0 << "x(decrypted 2)" << "";
         QTest::newRow("marked name taken") << "x(decrypted).nimbra-env" << L{"x(decrypted)"} << 0
                                            << "x(decrypted 2)" << "";
         QTest::newRow("mark before last extension") << "a.b.nimbra-env" << L{"a.b"} << 0 << "a(decrypted).b" << "";
@@ -164,7 +164,10 @@ private slots:
         const bool renamed = !source.endsWith(".nimbra-env", Qt::CaseInsensitive)
                              && !existing.contains(source + ".nimbra-env");
         DecryptManager manager;
-        manager.setDeleteEncryptedProvider([&] { return setting == 2 ? QFile::remove(path) : setting == 1; });
+        // Asked as the batch starts and again once the file is finished.
+        manager.setDeleteEncryptedProvider([&] {
+            return setting == 2 ? manager.finishedCount() == 1 && QFile::remove(path) : setting == 1;
+        });
         QSignalSpy error(&manager, &DecryptManager::error);
         manager.addFiles({path});
         QVERIFY(finishBatch(manager));

@@ -5,6 +5,7 @@
 
 #include <QMetaType>
 
+#include <engine/DecryptRecord.h>
 #include <engine/Task.h>
 
 class CryptTask : public Task
@@ -30,6 +31,9 @@ public:
     bool isOutputSuffixed() const { return m_outputSuffixed; }
     bool isPlainInput() const { return m_plainInput; }
     bool isSourceDeleted() const { return m_sourceDeleted; }
+    // What decides whether the envelope may be deleted; see DecryptRecord.
+    const DecryptRecord &record() const { return m_record; }
+    DecryptRecord &record() { return m_record; }
 
     void setErrorMessage(const QString &message);
     void setWorkerIndex(int index);
@@ -48,6 +52,7 @@ private:
     bool m_outputSuffixed = false;
     bool m_plainInput = false;
     bool m_sourceDeleted = false;
+    DecryptRecord m_record;
 };
 
 Q_DECLARE_METATYPE(CryptTask)

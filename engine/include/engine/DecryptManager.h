@@ -13,6 +13,7 @@
 
 #include <atomic>
 #include <functional>
+#include <memory>
 
 #include <QList>
 #include <QReadWriteLock>
@@ -22,6 +23,10 @@
 
 #include <engine/CryptTask.h>
 #include <engine/VextDecryptWorker.h>
+
+namespace output_naming {
+class NameReservations;
+}
 
 class DecryptManager : public QThread
 {
@@ -37,7 +42,8 @@ public:
     ~DecryptManager() override;
 
     // Whether the envelope of a finished task is deleted right after its
-    // success; asked at that moment. Default: never.
+    // success; asked at that moment, and when a batch starts (the workers
+    // then sync each plaintext to stable storage). Default: never.
     void setDeleteEncryptedProvider(std::function<bool()> provider);
 
     void start(const QString &passphrase);
@@ -136,4 +142,8 @@ private:
     // Counts the edits that may let the dispatcher go on (a worker back, a
     // new thread count, a stop), so that it can spin without the lock.
     std::atomic<unsigned> m_changes{0};
+    // Output names chosen in the current batch; cleared when one starts.
+    std::unique_ptr<output_naming::NameReservations> m_names;
+    // The delete setting as the batch started: the workers sync outputs.
+    bool m_syncOutputs = false;
 };

@@ -12,6 +12,11 @@
 #include <nmcrypto/nmcrypto_dec.h>
 
 class CryptTask;
+class OutputWriter;
+
+namespace output_naming {
+class NameReservations;
+}
 
 class VextDecryptWorker : public QThread
 {
@@ -37,6 +42,11 @@ public:
     void cancel();
     // Makes the worker ready for the next task. The byte counters stay.
     void reset();
+    // The batch's name reservations, shared with the manager; null: none.
+    void setNameReservations(output_naming::NameReservations *names) { m_names = names; }
+    // Whether the next runs sync each plaintext and its folder to stable
+    // storage (asked because the envelope will be deleted). Set between runs.
+    void setSyncOutputs(bool on) { m_syncOutputs = on; }
 
     // The task being run, or null. Safe to read from any thread.
     CryptTask *task() const { return m_task.load(); }
@@ -62,7 +72,13 @@ public slots:
 
 private:
     void fail(int code, const QString &text);
+    void decrypt();
+    bool openEnvelope();
     bool copyPlaintext(qint64 sourceSize);
+    void failDecrypter(uint32_t result);
+    bool placeOutput(OutputWriter &output);
+    void completeOutput(OutputWriter &output);
+    uint32_t outputMode() const;
 
     unsigned m_index;
     // Set on the dispatcher thread, read on the GUI thread (progress timer,
@@ -78,4 +94,6 @@ private:
     std::atomic<bool> m_cancelRequested{false};
     nm_crypto_dec_t *m_decrypter = nullptr;
     QMutex m_mutex;
+    output_naming::NameReservations *m_names = nullptr;
+    bool m_syncOutputs = false;
 };
