@@ -4,6 +4,10 @@ add_library(nm_options INTERFACE)
 target_compile_options(nm_options INTERFACE
   -Wall -Wextra -Wno-unused-parameter
   $<$<COMPILE_LANGUAGE:CXX>:-Wnon-virtual-dtor>)
+# Every symbol is bound at start and the tables that binding fills are made
+# read-only (full RELRO): no lazy binding mid-run, whose resolver saves all
+# registers, key material among them, on a worker's stack.
+target_link_options(nm_options INTERFACE -Wl,-z,relro -Wl,-z,now)
 target_compile_definitions(nm_options INTERFACE
   _FILE_OFFSET_BITS=64
   QT_NO_CAST_FROM_BYTEARRAY QT_NO_URL_CAST_FROM_STRING QT_DEPRECATED_WARNINGS)

@@ -13,8 +13,9 @@ namespace output_naming {
 // The envelope extension, compared without regard to letter case.
 extern const char *const kEnvelopeExtension;
 
-// Names chosen within one batch, each with the task that chose it. Shared by
-// the dispatcher (naming) and the workers (placing): thread-safe.
+// Names chosen within one batch, each with the task that chose it (an owner
+// must outlive the batch: a batch's tasks do). Shared by the dispatcher
+// (naming) and the workers (placing): thread-safe.
 class NameReservations
 {
 public:

@@ -4,7 +4,11 @@
 
 #include <functional>
 
+#include <sys/stat.h>
+#include <unistd.h>
+
 #include <QDir>
+#include <QMap>
 #include <QSignalSpy>
 #include <QTest>
 
@@ -48,6 +52,26 @@ inline QString sparseEnvelope(const QString &path)
         || file.write(trailer.data(), qint64(trailer.size())) != qint64(trailer.size()))
         qFatal("cannot write %s", qPrintable(path));
     return path;
+}
+
+// Every entry of folder, hidden ones included, by name: a file's content, a
+// link's target, or the kind of anything else. Never opens a FIFO.
+inline QMap<QString, QByteArray> snapshot(const QString &folder)
+{
+    QMap<QString, QByteArray> entries;
+    const QDir::Filters all = QDir::AllEntries | QDir::Hidden | QDir::System | QDir::NoDotAndDotDot;
+    for (const QString &name : QDir(folder).entryList(all)) {
+        const QByteArray path = QFile::encodeName(folder + '/' + name);
+        struct stat st;
+        lstat(path.constData(), &st);
+        char target[4096];
+        const ssize_t n = S_ISLNK(st.st_mode) ? readlink(path.constData(), target, sizeof target) : 0;
+        entries[name] = S_ISREG(st.st_mode)   ? "file " + readFile(QFile::decodeName(path))
+                        : S_ISLNK(st.st_mode) ? "link " + QByteArray(target, int(qMax<ssize_t>(n, 0)))
+                        : S_ISDIR(st.st_mode) ? QByteArray("folder")
+                                              : "mode " + QByteArray::number(st.st_mode, 8);
+    }
+    return entries;
 }
 
 // Starts a batch of what is pending, runs then(), and serves events until

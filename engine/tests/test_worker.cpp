@@ -1,8 +1,60 @@
+#include <elf.h>
+
 #include <QTemporaryDir>
 
 #include "EngineTestSupport.h"
+#include "FaultSupport.h"
 
 using namespace engine_test;
+
+namespace {
+
+const char kSecret[] = "\x5e\xc7\x3e\x70\x9a\x11\xc4\x2b\x81\x6d\xf0\x3a\x17\xe2\x58\xbd";
+
+// Leaves kSecret in a local of a frame about 16 KiB below its caller's, as a
+// callee holding key material would.
+__attribute__((noinline)) void leaveSecret(int depth)
+{
+    volatile char area[4096];
+    if (depth > 0)
+        leaveSecret(depth - 1);
+    else
+        for (size_t i = 0; i < sizeof area; ++i)
+            area[i] = kSecret[i % 16];
+    __asm__ __volatile__("" : : "r"(area) : "memory");
+}
+
+// Whether needle lies in the 60 KiB of stack below the caller's frame.
+__attribute__((noinline, no_sanitize_address)) bool belowStack(const QByteArray &needle)
+{
+    const uintptr_t frame = reinterpret_cast<uintptr_t>(__builtin_frame_address(0));
+    const QByteArray dead(reinterpret_cast<const char *>(frame - 256 - 60 * 1024), 60 * 1024);
+    return dead.contains(needle);
+}
+
+// DT_FLAGS / DT_FLAGS_1 ask for immediate binding and a RELRO segment exists.
+bool fullRelro(const QString &path)
+{
+    QFile file(path);
+    const QByteArray elf = file.open(QIODevice::ReadOnly) ? file.readAll() : QByteArray();
+    if (elf.size() < int(sizeof(Elf64_Ehdr)) || !elf.startsWith(ELFMAG))
+        return false;
+    const auto *header = reinterpret_cast<const Elf64_Ehdr *>(elf.constData());
+    const auto *segments = reinterpret_cast<const Elf64_Phdr *>(elf.constData() + header->e_phoff);
+    bool relro = false, now = false;
+    for (int i = 0; i < header->e_phnum; ++i) {
+        relro = relro || segments[i].p_type == PT_GNU_RELRO;
+        if (segments[i].p_type != PT_DYNAMIC)
+            continue;
+        const auto *entry = reinterpret_cast<const Elf64_Dyn *>(elf.constData() + segments[i].p_offset);
+        for (; entry->d_tag != DT_NULL; ++entry)
+            now = now || entry->d_tag == DT_BIND_NOW || (entry->d_tag == DT_FLAGS && (entry->d_un.d_val & DF_BIND_NOW))
+                  || (entry->d_tag == DT_FLAGS_1 && (entry->d_un.d_val & DF_1_NOW));
+    }
+    return relro && now;
+}
+
+} // namespace
 
 // Tasks, and one worker driven directly: every run is waited for, so the
 // signals that the worker emitted on its own thread are complete when checked.
@@ -152,6 +204,44 @@ private slots:
         QVERIFY(task->status() == Task::Cancelled && failed.count() == 1);
         QVERIFY(task->errorMessage().isEmpty() && !QFile::exists(path("big")));
         QVERIFY(task->progress() < 1.0f && task->progress() == worker.fractionDone());
+    }
+
+    // Symbols are bound at start, so the dynamic linker never saves a
+    // worker's registers (key material among them) on its stack mid-run.
+    void immediateBinding_data()
+    {
+        QTest::addColumn<QString>("program");
+        QTest::newRow("this test") << QCoreApplication::applicationFilePath();
+        const QString program = QCoreApplication::applicationDirPath() + "/nimbra-crypt";
+        if (QFile::exists(program))
+            QTest::newRow("the program") << program;
+    }
+
+    void immediateBinding()
+    {
+        QFETCH(QString, program);
+        QVERIFY(fullRelro(program));
+    }
+
+    // Nothing that a run's callees left on the worker's stack survives it:
+    // neither a secret planted deep in a write nor the file key.
+    void stackWipedAfterRun()
+    {
+        envelope_writer::EnvelopeOptions options;
+        options.fileKey = "\x3c\x91\x0e\xa7\x55\xd2\x48\x1f\xb6\x03\xe9\x7a\x2d\xc4\x60\x8b";
+        const QString source = path("key.nimbra-env");
+        QVERIFY(envelope_writer::writeEnvelope(QFile::encodeName(source).toStdString(),
+                                               std::string(3000, 'k'), kPassphrase, options));
+        VextDecryptWorker worker(0, nullptr);
+        bool secretLeft = true, keyLeft = true;
+        connect(&worker, &VextDecryptWorker::completed, this, [&] {
+            secretLeft = belowStack(QByteArray(kSecret, 16));
+            keyLeft = belowStack(QByteArray::fromStdString(options.fileKey));
+        }, Qt::DirectConnection); // on the worker's thread, right after its run
+        ScopedFault fault({NM_FILE_OP_WRITE, 0, LLONG_MAX, ".nmpart", [] { leaveSecret(3); }});
+        QVERIFY(run(worker, source, "key"));
+        QVERIFY(!secretLeft);
+        QVERIFY(!keyLeft);
     }
 };
 
