@@ -55,6 +55,10 @@ void SettingsDialog::applyLocalizedTexts()
     okButton->setText(NM_TR("OK"));
     cancelButton->setText(NM_TR("Cancel"));
     ui->_deleteEncryptedCheck->setText(NM_TR("Delete encrypted files when finished"));
+    ui->_deleteEncryptedCheck->setToolTip(
+        NM_TR("Deletes each encrypted file once its plaintext is saved in full. The encrypted "
+              "format has no integrity check: a damaged file decrypts to wrong bytes without any "
+              "error, so keep a copy of files that matter."));
     ui->_threadsCombo->clear();
     ui->_threadsCombo->insertItems(0, {NM_TR("1"), NM_TR("2"), NM_TR("4"), NM_TR("8")});
     ui->label->setText(NM_TR("Number of concurrent threads for decryption"));
