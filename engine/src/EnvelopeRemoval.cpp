@@ -36,7 +36,7 @@ bool plaintextWhole(const CryptTask &task)
     const DecryptRecord &record = task.record();
     nm_file_identity_t now;
     return record.placed
-           && nm_file_identify_path(native(task.outputPath()).constData(), &now) == 0
+           && nm_file_identify_path(native(task.outputPath()).constData(), 0, &now) == 0
            && now.type == NM_FILE_TYPE_REGULAR && now.device == record.output.device
            && now.inode == record.output.inode && now.size == record.layout.length;
 }
@@ -95,7 +95,9 @@ Result removeEnvelope(CryptTask &task)
 {
     const QByteArray source = native(task.sourcePath());
     nm_file_identity_t envelope;
-    if (const uint32_t rc = nm_file_identify_path(source.constData(), &envelope))
+    // Through a link, as the decrypter opened it; removing the name then
+    // removes the link alone.
+    if (const uint32_t rc = nm_file_identify_path(source.constData(), 1, &envelope))
         return rc == ENOENT ? Result{Outcome::Missing, QString()} : kept(systemText(rc));
     const QString why = whyKeep(task, envelope);
     if (!why.isEmpty())

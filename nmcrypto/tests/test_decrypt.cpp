@@ -349,7 +349,7 @@ private Q_SLOTS:
     QCOMPARE(nm_crypto_dec_layout(dec, &layout), trailerAt ? 0u : 6u);
     nm_crypto_dec_free(&dec);
     nm_file_identity_t file;
-    QCOMPARE(nm_file_identify_path(path("layout").c_str(), &file), 0u);
+    QCOMPARE(nm_file_identify_path(path("layout").c_str(), 0, &file), 0u);
     QCOMPARE(layout.trailer_offset, trailerAt);
     QCOMPARE(layout.length, trailerAt ? uint64_t(plain_.size()) : 0u);
     QCOMPARE(bool(nm_file_identity_same(&layout.envelope, &file)), trailerAt != 0);

@@ -75,7 +75,7 @@ extern "C" uint32_t nm_file_identify(const nm_file_t *file, nm_file_identity_t *
     return 0;
 }
 
-extern "C" uint32_t nm_file_identify_path(const char *path, nm_file_identity_t *id)
+extern "C" uint32_t nm_file_identify_path(const char *path, int follow, nm_file_identity_t *id)
 {
     if (!id)
         return kInvalid;
@@ -83,7 +83,7 @@ extern "C" uint32_t nm_file_identify_path(const char *path, nm_file_identity_t *
     struct stat st;
     if (badPath(path))
         return kInvalid;
-    if (::lstat(path, &st) != 0)
+    if ((follow ? ::stat(path, &st) : ::lstat(path, &st)) != 0)
         return lastError();
     fill(st, id);
     return 0;

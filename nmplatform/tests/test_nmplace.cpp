@@ -107,17 +107,19 @@ private slots:
         QCOMPARE(nm_file_close(&f), 0u);
         QCOMPARE(nm_file_place(path("m").constData(), path("moved").constData()), 0u);
         QCOMPARE(nm_dir_sync(m_dir.path().toUtf8().constData()), 0u);
-        QCOMPARE(nm_file_identify_path(path("moved").constData(), &named), 0u);
+        QCOMPARE(nm_file_identify_path(path("moved").constData(), 0, &named), 0u);
         QVERIFY(nm_file_identity_same(&opened, &named));
         QFile moved(m_dir.filePath("moved"));
         QVERIFY(moved.open(QIODevice::Append) && moved.write("x") == 1);
         moved.close();
-        QCOMPARE(nm_file_identify_path(path("moved").constData(), &named), 0u);
+        QCOMPARE(nm_file_identify_path(path("moved").constData(), 0, &named), 0u);
         QVERIFY(!nm_file_identity_same(&opened, &named));
-        QCOMPARE(nm_file_identify_path(path("absent").constData(), &named), uint(ENOENT));
+        QCOMPARE(nm_file_identify_path(path("absent").constData(), 1, &named), uint(ENOENT));
         occupy("l", "link");
-        QCOMPARE(nm_file_identify_path(path("l").constData(), &named), 0u);
+        QCOMPARE(nm_file_identify_path(path("l").constData(), 0, &named), 0u);
         QCOMPARE(named.type, uint32_t(NM_FILE_TYPE_OTHER)); // the link itself
+        QCOMPARE(nm_file_identify_path(path("l").constData(), 1, &named), 0u);
+        QCOMPARE(named.size, uint64_t(4)); // the file it leads to
     }
 
     void faults_data()

@@ -28,8 +28,9 @@ typedef struct nm_file_identity {
 /* The identity of an open file. */
 uint32_t nm_file_identify(const nm_file_t *file, nm_file_identity_t *id);
 
-/* The identity of the entry named path itself: a link is not followed. */
-uint32_t nm_file_identify_path(const char *path, nm_file_identity_t *id);
+/* The identity of the file named path: with follow 0 the entry itself (a
+ * link is not followed), otherwise the file that links lead to. */
+uint32_t nm_file_identify_path(const char *path, int follow, nm_file_identity_t *id);
 
 /* Non-zero when both name the same file, unchanged: device, inode, size and
  * modification time agree. */
