@@ -14,10 +14,14 @@ uint32_t failOp(int op, intptr_t, const char *, size_t *)
     return uint32_t(op) == g_faultOp ? g_faultErrno : 0;
 }
 
-QByteArray readAll(const QString &path)
+// The bytes of the regular file at path (UTF-8), "<missing>" when none.
+QByteArray contentOf(const QByteArray &path)
 {
-    QFile f(path);
-    return f.open(QIODevice::ReadOnly) ? f.readAll() : QByteArray("<missing>");
+    struct stat st;
+    QFile f(QString::fromUtf8(path));
+    if (stat(path.constData(), &st) != 0 || !S_ISREG(st.st_mode) || !f.open(QIODevice::ReadOnly))
+        return "<missing>";
+    return f.readAll();
 }
 
 } // namespace
@@ -54,9 +58,8 @@ class TestNmPlace : public QObject
         struct stat st;
         if (lstat(path(name).constData(), &st) != 0)
             return "none";
-        const QByteArray content = S_ISREG(st.st_mode) ? readAll(QString::fromUtf8(path(name))) : "";
-        return QByteArray::number(st.st_mode & S_IFMT, 8) + ' ' + content + ' '
-               + readAll(QString::fromUtf8(path("target")));
+        return QByteArray::number(st.st_mode & S_IFMT, 8) + ' ' + contentOf(path(name)) + ' '
+               + contentOf(path("target"));
     }
 
 private slots:
@@ -84,9 +87,9 @@ private slots:
         QCOMPARE(nm_file_close(&f), 0u);
         QCOMPARE(nm_file_place(path("new").constData(), path("taken").constData()), uint(EEXIST));
         QCOMPARE(state("taken"), before);
-        QCOMPARE(readAll(m_dir.filePath("new")), QByteArray("plain"));
+        QCOMPARE(contentOf(path("new")), QByteArray("plain"));
         QCOMPARE(nm_file_place(path("new").constData(), path("free").constData()), 0u);
-        QCOMPARE(readAll(m_dir.filePath("free")), QByteArray("plain"));
+        QCOMPARE(contentOf(path("free")), QByteArray("plain"));
         QVERIFY(!QFile::exists(m_dir.filePath("new")));
         QFile::remove(m_dir.filePath("free"));
     }
