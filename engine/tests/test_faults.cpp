@@ -46,7 +46,6 @@ private slots:
         row("EIO between two writes", NM_FILE_OP_WRITE, EIO, 262144, ".nmpart", None, NoOutput, writeError, "");
         row("a write that moves nothing", NM_FILE_OP_WRITE, 0, 100000, ".nmpart", None, NoOutput, writeError, "");
         row("close fails, EIO", NM_FILE_OP_CLOSE, EIO, 0, ".nmpart", None, NoOutput, writeError, "");
-        row("close fails, EDQUOT", NM_FILE_OP_CLOSE, EDQUOT, 0, ".nmpart", None, NoOutput, writeError, "");
         row("read-only folder", NM_FILE_OP_CREATE, EROFS, 0, ".nmpart", None, NoOutput,
             "(Could not write to destination. Code: -1)", "");
         row("folder read-only before placing", NM_FILE_OP_PLACE, EROFS, 0, "/f", None, NoOutput, writeError, "");

@@ -8,12 +8,6 @@
 
 namespace {
 
-uint32_t g_faultOp = 0, g_faultErrno = 0;
-uint32_t failOp(int op, intptr_t, const char *, size_t *)
-{
-    return uint32_t(op) == g_faultOp ? g_faultErrno : 0;
-}
-
 // The bytes of the regular file at path (UTF-8), "<missing>" when none.
 QByteArray contentOf(const QByteArray &path)
 {
@@ -63,8 +57,6 @@ class TestNmPlace : public QObject
     }
 
 private slots:
-    void cleanup() { nm_file_set_fault_fn(nullptr); }
-
     void takenNames_data()
     {
         QTest::addColumn<QByteArray>("kind");
@@ -123,44 +115,6 @@ private slots:
         QCOMPARE(named.type, uint32_t(NM_FILE_TYPE_OTHER)); // the link itself
         QCOMPARE(nm_file_identify_path(path("l").constData(), 1, &named), 0u);
         QCOMPARE(named.size, uint64_t(4)); // the file it leads to
-    }
-
-    void faults_data()
-    {
-        QTest::addColumn<uint>("op");
-        QTest::addColumn<uint>("err");
-        QTest::newRow("write") << uint(NM_FILE_OP_WRITE) << uint(ENOSPC);
-        QTest::newRow("sync") << uint(NM_FILE_OP_SYNC) << uint(EIO);
-        QTest::newRow("close") << uint(NM_FILE_OP_CLOSE) << uint(EDQUOT);
-        QTest::newRow("create") << uint(NM_FILE_OP_CREATE) << uint(EROFS);
-        QTest::newRow("place") << uint(NM_FILE_OP_PLACE) << uint(EACCES);
-    }
-
-    // The seam fails exactly the call it names, with its error, and a failed
-    // close still closes.
-    void faults()
-    {
-        QFETCH(uint, op);
-        QFETCH(uint, err);
-        g_faultOp = op;
-        g_faultErrno = err;
-        nm_file_set_fault_fn(failOp);
-        const auto expect = [&](uint self) { return self == op ? err : 0u; };
-        nm_file_t f;
-        size_t n = 0;
-        QCOMPARE(nm_file_create_new(path("f").constData(), 0600, &f), expect(NM_FILE_OP_CREATE));
-        if (op == NM_FILE_OP_CREATE) {
-            QVERIFY(!QFile::exists(m_dir.filePath("f")));
-            return;
-        }
-        QCOMPARE(nm_file_write(&f, "abc", 3, &n), expect(NM_FILE_OP_WRITE));
-        QCOMPARE(nm_file_sync_data(&f), expect(NM_FILE_OP_SYNC));
-        QCOMPARE(nm_dir_sync(m_dir.path().toUtf8().constData()), expect(NM_FILE_OP_SYNC));
-        QCOMPARE(nm_file_close(&f), expect(NM_FILE_OP_CLOSE));
-        QVERIFY(!nm_file_is_open(&f));
-        QCOMPARE(nm_file_place(path("f").constData(), path("g").constData()), expect(NM_FILE_OP_PLACE));
-        QFile::remove(m_dir.filePath("f"));
-        QFile::remove(m_dir.filePath("g"));
     }
 };
 
