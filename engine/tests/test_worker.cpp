@@ -11,7 +11,7 @@ namespace {
 
 const char kSecret[] = "\x5e\xc7\x3e\x70\x9a\x11\xc4\x2b\x81\x6d\xf0\x3a\x17\xe2\x58\xbd";
 
-// Leaves kSecret in a local of a frame about 16 KiB below its caller's, as a
+// Leaves kSecret in a local of a frame about 8 KiB below its caller's, as a
 // callee holding key material would.
 __attribute__((noinline)) void leaveSecret(int depth)
 {
@@ -238,7 +238,7 @@ private slots:
             secretLeft = belowStack(QByteArray(kSecret, 16));
             keyLeft = belowStack(QByteArray::fromStdString(options.fileKey));
         }, Qt::DirectConnection); // on the worker's thread, right after its run
-        ScopedFault fault({NM_FILE_OP_WRITE, 0, LLONG_MAX, ".nmpart", [] { leaveSecret(3); }});
+        ScopedFault fault({NM_FILE_OP_WRITE, 0, LLONG_MAX, ".nmpart", [] { leaveSecret(1); }});
         QVERIFY(run(worker, source, "key"));
         QVERIFY(!secretLeft);
         QVERIFY(!keyLeft);

@@ -8,8 +8,11 @@
 extern "C" {
 #endif
 
-/* Bytes of stack below its caller that nm_wipe_stack clears. */
-#define NM_WIPE_STACK_BYTES 65536u
+/* Bytes of stack below its caller that nm_wipe_stack clears: more than the
+ * deepest call chain of a decryption (about 14 KiB, through the side-file
+ * path), and no more, since each page touched beyond a thread's usual depth
+ * costs a page fault at every thread start. */
+#define NM_WIPE_STACK_BYTES 16384u
 
 /* Zeroes size bytes at buffer in a way the compiler cannot leave out. A null
  * buffer is ignored. */
