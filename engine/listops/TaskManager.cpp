@@ -102,16 +102,19 @@ void TaskManager::deleteEncrypted()
         startOperation(new DeleteEncryptedTask());
 }
 
-// Emits its two signals with the lock held, so no operation can start or end
-// between the flag and the announcement.
+// Emits its two signals with the lock held. run() clears m_operationRunning
+// under the same lock as its last step, so an announcement made here is always
+// queued before the thread's finished(), which closes the busy dialog; a
+// cancel that comes later belongs to an operation that has ended and is
+// ignored, so it can neither reopen the dialog nor stop the next operation.
 void TaskManager::cancel()
 {
     QWriteLocker locker(m_lock);
+    if (!m_operationRunning)
+        return;
     m_cancelRequested = true;
-    if (m_current) {
-        emit statusMessage(QStringLiteral("Cancelling..."), true);
-        emit started(QStringLiteral("Cancelling..."), false);
-    }
+    emit statusMessage(QStringLiteral("Cancelling..."), true);
+    emit started(QStringLiteral("Cancelling..."), false);
 }
 
 void TaskManager::onFinished()
@@ -149,6 +152,7 @@ void TaskManager::startOperation(Task *operation)
         if (m_current)
             m_current->deleteLater();
         m_current = operation;
+        m_operationRunning = true;
     }
     ++m_unfinished;
     start(QThread::LowPriority);
@@ -161,6 +165,13 @@ bool TaskManager::cancelRequested()
 }
 
 void TaskManager::run()
+{
+    runOperation();
+    QWriteLocker locker(m_lock);
+    m_operationRunning = false;
+}
+
+void TaskManager::runOperation()
 {
     Task *operation = nullptr;
     {

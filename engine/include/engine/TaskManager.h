@@ -6,9 +6,10 @@
 //
 // Threads: the object lives in the user-interface thread, which makes every
 // request and runs cancel() and onFinished(); run() executes the operation on
-// the manager's own thread. Connect to the signals queued. The cancel flag is
-// reset only in onFinished(), so a cancel() while idle ends the next
-// operation at once.
+// the manager's own thread. Connect to the signals queued. A cancel() counts
+// only while an operation's thread body runs; one that arrives after it
+// returned (a Cancel pressed as the operation ended) is ignored. The cancel
+// flag is reset in onFinished().
 #pragma once
 
 #include <QList>
@@ -67,15 +68,18 @@ private:
     bool refuseWhenBusy();
     void startOperation(Task *operation);
     bool cancelRequested();
+    void runOperation();
 
     void runFileLoad(FileLoadTask *task);
     void runClearStatus(ClearStatusTask *task);
     void runReloadFailed(ReloadFailedTask *task);
     void runDeleteEncrypted(DeleteEncryptedTask *task);
 
-    QReadWriteLock *m_lock; // guards m_current and m_cancelRequested
+    QReadWriteLock *m_lock; // guards m_current, m_cancelRequested, m_operationRunning
     Task *m_current = nullptr;
     bool m_cancelRequested = false;
+    // An operation was started and its thread body has not returned yet.
+    bool m_operationRunning = false;
     // Started operations whose onFinished() has not run yet (user-interface
     // thread only). A request may start a new operation after the thread
     // ended but before its queued onFinished(); that late call must leave the
