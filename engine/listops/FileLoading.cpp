@@ -1,8 +1,6 @@
 #include <engine/FileLoading.h>
 
 #include <QDir>
-#include <QFile>
-#include <QTextStream>
 
 #include <nmcrypto/nmcrypto_dec.h>
 
@@ -69,27 +67,6 @@ QStringList walkFolder(const QString &folder, const QString &nameFilter, bool re
         found += walkFolder(prefix + name, nameFilter, true, onlyEncrypted, cancelled);
     }
     return found;
-}
-
-bool readListFile(const QString &path, QStringList *entries, QString *errorText)
-{
-    const QFileInfo info(path);
-    if (info.exists() && !info.isFile() && !info.isDir()) {
-        *errorText = QStringLiteral("Not a regular file");
-        return false;
-    }
-    QFile file(path);
-    if (!file.open(QIODevice::ReadOnly | QIODevice::Text)) {
-        *errorText = file.errorString();
-        return false;
-    }
-    QTextStream stream(&file);
-    stream.setCodec("UTF-8");
-    entries->clear();
-    QString line;
-    while (stream.readLineInto(&line))
-        *entries << line.trimmed();
-    return true;
 }
 
 QString loadSummary(int loaded, int collected)

@@ -32,9 +32,15 @@ bool isEnvelope(const QString &path, const QFileInfo &info);
 QStringList walkFolder(const QString &folder, const QString &nameFilter, bool recursive,
                        bool onlyEncrypted, const CancelTest &cancelled);
 
+// Bounds of a list file, so that an endless pipe ends in an error.
+constexpr qint64 kMaxListFileBytes = qint64(64) << 20;
+constexpr int kMaxListLineBytes = 64 << 10;
+
 // Reads a list file: one entry per line, UTF-8, LF or CR LF, each line
-// trimmed, empty lines kept. Only regular files are read, so a pipe or a
-// device never blocks or floods. On failure *errorText says why.
+// trimmed, empty lines kept. Regular files and pipes (a FIFO, /dev/stdin fed
+// by a pipe) are read; devices, sockets and folders are refused. Past
+// kMaxListFileBytes in all or kMaxListLineBytes in one line the reading
+// stops. On failure *entries is empty and *errorText says why (localized).
 bool readListFile(const QString &path, QStringList *entries, QString *errorText);
 
 // "%s files loaded." for loaded tasks, with the duplicates that the collected

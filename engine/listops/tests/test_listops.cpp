@@ -1,7 +1,13 @@
 // The list operations on one shared folder tree with the real decrypt
 // manager: the folder walk and the test modes, loads and their summaries, the
 // one-at-a-time rule, cancelling, clearing, reloading and deleting.
+#include <fcntl.h>
+#include <signal.h>
 #include <sys/stat.h>
+#include <unistd.h>
+
+#include <atomic>
+#include <thread>
 
 #include <QMetaMethod>
 #include <QProcess>
@@ -70,6 +76,7 @@ private slots:
     // no walk or scan may take: hidden envelopes, a pipe, a loop, a file link.
     void initTestCase()
     {
+        ::signal(SIGPIPE, SIG_IGN); // a pipe's writer learns of the reader's leaving by EPIPE
         const QString root = path("root");
         for (const char *name : {"a.nimbra-env", "s1/b.NIMBRA-ENV", "s2/.hidden/e.nimbra-env", "s2/.e.nimbra-env"})
             write(root + '/' + name, true);
@@ -140,8 +147,8 @@ private slots:
         QTest::newRow("file link given") << QStringList{"%1/no", "%1/root/s2/file-link"} << true;
         QTest::newRow("by folder link, content") << QStringList{"%1/root/s2/loop/s1"} << true;
     }
-    // Both modes answer at once on odd paths; a list file that is no regular
-    // file is refused.
+    // Both modes answer at once on odd paths; a device, a folder or a missing
+    // file as the list is refused.
     void testModes()
     {
         QFETCH(QStringList, paths);
@@ -150,8 +157,46 @@ private slots:
         QCOMPARE(FileLoading::scanPathsForEnvelopes(paths), expected);
         write(path("list.txt"), false, "\n" + paths.join("\r\n\n").toUtf8());
         QCOMPARE(FileLoading::scanListFileForEnvelopes(path("list.txt")), expected);
-        for (const QString odd : {"%1/root/s2/pipe.nimbra-env", "/dev/zero", "%1/no"})
+        for (const QString odd : {"/dev/zero", "%1/no", "%1/root"})
             QVERIFY(!FileLoading::scanListFileForEnvelopes(QString(odd).replace("%1", m_dir.path())));
+    }
+
+    // A pipe is read as a list; one that does not end stops at the bounds.
+    void listFromPipe_data()
+    {
+        QTest::addColumn<QByteArray>("chunk"); // written once, or until the reader leaves
+        QTest::addColumn<bool>("endless");
+        QTest::addColumn<QString>("result"); // the entries joined by '|', or the error
+        QTest::newRow("lines") << QByteArray("a\r\n\n b \nc") << false << "a||b|c";
+        QTest::newRow("endless list") << QByteArray(60000, 'x').append('\n') << true
+                                      << "The list is longer than 64 MB.";
+        QTest::newRow("endless line") << QByteArray(4096, 'x') << true << "Line 1 is longer than 65536 bytes.";
+    }
+    void listFromPipe()
+    {
+        QFETCH(QByteArray, chunk);
+        QFETCH(bool, endless);
+        QFETCH(QString, result);
+        const QByteArray fifo = QFile::encodeName(path("list.fifo"));
+        QFile::remove(fifo);
+        QCOMPARE(::mkfifo(fifo.constData(), 0600), 0);
+        std::atomic<bool> readerDone{false};
+        std::thread writer([&] {
+            int fd;
+            // Without blocking, so that a reader that never opens cannot hang the test.
+            while ((fd = ::open(fifo.constData(), O_WRONLY | O_NONBLOCK)) < 0 && !readerDone)
+                QThread::msleep(1);
+            ::fcntl(fd, F_SETFL, 0);
+            while (fd >= 0 && ::write(fd, chunk.constData(), size_t(chunk.size())) == chunk.size() && endless) {
+            }
+            ::close(fd);
+        });
+        QStringList entries;
+        QString error;
+        const bool read = FileLoading::readListFile(path("list.fifo"), &entries, &error);
+        readerDone = true;
+        writer.join();
+        QCOMPARE(read ? entries.join('|') : error, result);
     }
 
     void load_data()
