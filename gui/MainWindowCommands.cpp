@@ -3,11 +3,10 @@
 #include "MainWindow.h"
 
 #include "GuiSupport.h"
-#include "Version.h"
 #include "ui_MainWindow.h"
 
+#include <Windowless.h>
 #include <engine/DecryptManager.h>
-#include <engine/FileLoading.h>
 #include <engine/TaskManager.h>
 #include <localization/LocaleText.h>
 
@@ -27,11 +26,19 @@ namespace {
     std::_Exit(code);
 }
 
-void printVersion()
+// "-file-list": the process ends when the list cannot be read, so the
+// reason goes to standard error instead of the status line.
+bool loadListFile(const QString &path)
 {
-    const QString text = QStringLiteral(NM_APPLICATION_NAME " %1").arg(QStringLiteral(NM_VERSION), 0, QLatin1Char(' '));
-    std::fputs(text.toUtf8().constData(), stdout);
-    std::fputs("\n", stdout);
+    TaskManager *tasks = TaskManager::instance();
+    QString reason;
+    const QMetaObject::Connection caught = QObject::connect(
+        tasks, &TaskManager::error, tasks, [&reason](const QString &msg) { reason = msg; }, Qt::DirectConnection);
+    const bool loading = tasks->loadFromFile(path);
+    QObject::disconnect(caught);
+    if (!reason.isEmpty())
+        cli::printErrorLine(reason);
+    return loading;
 }
 } // namespace
 
@@ -119,26 +126,21 @@ void MainWindow::onAboutToQuit()
     saveSettings();
 }
 
+// The windowless modes are served before the window exists (runProgram);
+// reached here, they still end the process with their own exit code.
 void MainWindow::processCommandline()
 {
     const QStringList args = QCoreApplication::arguments();
     if (args.size() < 2)
         return;
     const QString first = args.at(1);
-    if (first == QLatin1String("*")) {
+    if (cli::isWindowlessMode(first)) {
+        endProcess(cli::runWindowlessMode(args));
+    } else if (first == QLatin1String("*")) {
         TaskManager::instance()->loadFiles({QDir::currentPath()}, false);
-    } else if (first == QLatin1String("-test")) {
-        if (args.size() < 3)
-            endProcess(-1);
-        endProcess(FileLoading::scanPathsForEnvelopes(args.mid(2)) ? 0 : -1);
     } else if (first == QLatin1String("-file-list")) {
-        if (args.size() != 3 || !TaskManager::instance()->loadFromFile(args.at(2)))
+        if (args.size() != 3 || !loadListFile(args.at(2)))
             endProcess(-1);
-    } else if (first == QLatin1String("-test-list")) {
-        endProcess(args.size() == 3 && FileLoading::scanListFileForEnvelopes(args.at(2)) ? 0 : -1);
-    } else if (first == QLatin1String("-v") || first == QLatin1String("--version")) {
-        printVersion();
-        endProcess(0);
     } else if (args.size() == 2) {
         TaskManager::instance()->loadFiles({first}, true);
         title += QStringLiteral(" - ") + first;

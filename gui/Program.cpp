@@ -4,48 +4,74 @@
 #include "MainWindow.h"
 #include "Version.h"
 
+#include <Windowless.h>
+#include <localization/LocaleLoader.h>
+#include <localization/LocaleText.h>
+
 #include <cstdio>
-#include <cstring>
+#include <cstdlib>
+#include <memory>
+#include <vector>
 
 namespace {
-bool hasDisplay()
+
+const char *s_program = "nimbra-crypt";
+
+// Says why there is no window and how to get one. Runs while the toolkit
+// fails to open its display, when the application object is far enough
+// along to find the strings files.
+void explainNoDisplay()
 {
-    return qEnvironmentVariableIsSet("QT_QPA_PLATFORM") || qEnvironmentVariableIsSet("DISPLAY")
-        || qEnvironmentVariableIsSet("WAYLAND_DISPLAY");
+    loadLocaleStrings();
+    const QByteArray display = qgetenv("DISPLAY");
+    const QString reason = display.isEmpty() && qgetenv("WAYLAND_DISPLAY").isEmpty()
+        ? NM_TR("DISPLAY is not set")
+        : NM_TR("the display %s cannot be opened", display.isEmpty() ? qgetenv("WAYLAND_DISPLAY").constData()
+                                                                      : display.constData());
+    const QString text = NM_TR("%1$s: no display to open the window on (%2$s).", s_program,
+                               reason.toUtf8().constData())
+        + QLatin1Char('\n') + NM_TR("Start it from a desktop session, or on a virtual display with: xvfb-run %s", s_program);
+    std::fprintf(stderr, "%s\n", text.toUtf8().constData());
 }
 
-bool isWindowlessMode(int argc, char **argv)
+// What the toolkit says while it opens the display; shown once it has.
+struct HeldMessage {
+    QtMsgType type;
+    QByteArray category;
+    QString text;
+};
+std::vector<HeldMessage> s_held;
+
+// The toolkit ends the process with a fatal message when its platform plugin
+// cannot reach a display; the explanation and exit code -1 replace that
+// abort and the plugin's messages before it.
+void onToolkitMessage(QtMsgType type, const QMessageLogContext &context, const QString &message)
 {
-    if (argc < 2)
-        return false;
-    for (const char *mode : {"-test", "-test-list", "-v", "--version"}) {
-        if (std::strcmp(argv[1], mode) == 0)
-            return true;
+    if (type != QtFatalMsg) {
+        s_held.push_back({type, QByteArray(context.category), message});
+        return;
     }
-    return false;
+    explainNoDisplay();
+    std::fflush(stderr);
+    std::_Exit(-1);
 }
-} // namespace
 
-int runProgram(int argc, char **argv, std::function<void(MainWindow *)> afterShow)
+std::unique_ptr<Application> openDisplay(int &argc, char **argv)
 {
-    if (!hasDisplay()) {
-        // The modes that answer without a window also work on a headless
-        // machine; the window itself needs a display, so say how to get one
-        // instead of letting the toolkit abort.
-        if (!isWindowlessMode(argc, argv)) {
-            std::fprintf(stderr, "%s: no display to open the window on (DISPLAY is not set).\n"
-                                 "Start it from a desktop session, or on a virtual display with: xvfb-run %s\n",
-                         argv[0], argv[0]);
-            return 1;
-        }
-        qputenv("QT_QPA_PLATFORM", "offscreen");
-    }
-    // Set before anything opens a settings store, which these values key.
-    QCoreApplication::setOrganizationName(QStringLiteral(NM_ORGANIZATION));
-    QCoreApplication::setOrganizationDomain(QStringLiteral(NM_ORGANIZATION_DOMAIN));
-    QCoreApplication::setApplicationName(QStringLiteral(NM_APPLICATION_NAME));
+    s_program = argv[0];
+    const QtMessageHandler previous = qInstallMessageHandler(onToolkitMessage);
+    std::unique_ptr<Application> app(new Application(argc, argv));
+    qInstallMessageHandler(previous);
+    for (const HeldMessage &held : s_held)
+        previous(held.type, QMessageLogContext(nullptr, 0, nullptr, held.category.constData()), held.text);
+    s_held.clear();
+    return app;
+}
 
-    auto *app = new Application(argc, argv);
+int runWindow(int argc, char **argv, const std::function<void(MainWindow *)> &afterShow)
+{
+    // Toolkit attributes that must precede the application object go here.
+    std::unique_ptr<Application> app = openDisplay(argc, argv);
     auto *window = new MainWindow(nullptr);
     window->show();
     if (afterShow)
@@ -53,6 +79,20 @@ int runProgram(int argc, char **argv, std::function<void(MainWindow *)> afterSho
 
     const int code = app->exec();
     delete window;
-    delete app;
     return code;
+}
+
+} // namespace
+
+int runProgram(int argc, char **argv, std::function<void(MainWindow *)> afterShow)
+{
+    // Set before anything opens a settings store, which these values key.
+    QCoreApplication::setOrganizationName(QStringLiteral(NM_ORGANIZATION));
+    QCoreApplication::setOrganizationDomain(QStringLiteral(NM_ORGANIZATION_DOMAIN));
+    QCoreApplication::setApplicationName(QStringLiteral(NM_APPLICATION_NAME));
+
+    // Decided before the toolkit opens a display: these modes need none.
+    if (argc >= 2 && cli::isWindowlessMode(argv[1]))
+        return cli::runWindowless(argc, argv);
+    return runWindow(argc, argv, afterShow);
 }
