@@ -10,6 +10,8 @@
 
 #include <QFileInfo>
 
+#include <openssl/crypto.h>
+
 namespace cli {
 
 namespace {
@@ -40,6 +42,11 @@ int runDecryptCommand(const QStringList &args)
         printErrorLine(prefixed(program, error));
         return -1;
     }
+    // OpenSSL's one-time set-up leaves an error state with the thread that
+    // runs it, freed when that thread ends. Done here, it belongs to the
+    // thread that outlives the batch, not to a worker whose end may still be
+    // under way when the process exits.
+    OPENSSL_init_crypto(OPENSSL_INIT_LOAD_CONFIG, nullptr);
     int code = 0;
     {
         DecryptSession session(options, &passphrase);

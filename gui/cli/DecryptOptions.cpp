@@ -8,7 +8,6 @@
 #include <QThread>
 
 #include <cerrno>
-#include <cstdio>
 #include <cstring>
 
 #include <fcntl.h>
@@ -73,6 +72,16 @@ QString withoutTrailingSlashes(QString path)
     return path;
 }
 
+void writeAll(int fd, const QByteArray &bytes)
+{
+    for (qint64 done = 0; done < bytes.size();) {
+        const ssize_t count = ::write(fd, bytes.constData() + done, size_t(bytes.size() - done));
+        if (count < 0 && errno != EINTR)
+            return;
+        done += qMax<ssize_t>(count, 0);
+    }
+}
+
 QString systemError(int code)
 {
     return QString::fromLocal8Bit(std::strerror(code));
@@ -131,11 +140,11 @@ Passphrase::Outcome Passphrase::read(const DecryptOptions &options, QString *err
 {
     wipe();
     if (options.passphraseFileGiven && options.passphraseFile == QLatin1String("-"))
-        return readFrom(STDIN_FILENO, ::isatty(STDIN_FILENO), error);
-    const QByteArray path = options.passphraseFileGiven ? QFile::encodeName(options.passphraseFile)
-                                                        : QByteArray("/dev/tty");
-    const int fd = ::open(path.constData(), O_RDONLY | O_NOCTTY | O_CLOEXEC);
-    if (fd < 0 && !options.passphraseFileGiven) {
+        return readFrom(STDIN_FILENO, ::isatty(STDIN_FILENO) ? STDERR_FILENO : -1, error);
+    const bool terminal = !options.passphraseFileGiven;
+    const QByteArray path = terminal ? QByteArray("/dev/tty") : QFile::encodeName(options.passphraseFile);
+    const int fd = ::open(path.constData(), (terminal ? O_RDWR : O_RDONLY) | O_NOCTTY | O_CLOEXEC);
+    if (fd < 0 && terminal) {
         *error = NM_TR("No terminal to ask for the passphrase on; give it with --passphrase-file.");
         return Failed;
     }
@@ -144,28 +153,27 @@ Passphrase::Outcome Passphrase::read(const DecryptOptions &options, QString *err
                        utf8(systemError(errno)).constData());
         return Failed;
     }
-    const Outcome outcome = readFrom(fd, !options.passphraseFileGiven, error);
+    const Outcome outcome = readFrom(fd, terminal ? fd : -1, error);
     ::close(fd);
     return outcome;
 }
 
 // Reads one line a byte at a time, so nothing beyond it is consumed and no
-// copy of it is left in a buffer of someone else's. The prompt goes to
-// standard error, which is the terminal when a person is there to read it.
-Passphrase::Outcome Passphrase::readFrom(int fd, bool prompt, QString *error)
+// copy of it is left in a buffer of someone else's. With a prompt (on
+// promptFd) the line is read from a terminal with echo off.
+Passphrase::Outcome Passphrase::readFrom(int fd, int promptFd, QString *error)
 {
     m_bytes.reserve(kMaxPassphraseBytes); // never moved, so wipe() reaches every byte
-    if (prompt) {
-        std::fputs(NM_TR("Passphrase: ").toUtf8().constData(), stderr);
-        std::fflush(stderr);
-    }
-    EchoOff echoOff(prompt ? fd : -1);
+    if (promptFd >= 0)
+        writeAll(promptFd, NM_TR("Passphrase: ").toUtf8());
+    EchoOff echoOff(promptFd >= 0 ? fd : -1);
     for (char byte = 0;;) {
         const ssize_t count = ::read(fd, &byte, 1);
         if (count < 0 && errno == EINTR) {
             if (!StopSignals::raised())
                 continue;
-            std::fputs("\n", stderr);
+            if (promptFd >= 0)
+                writeAll(promptFd, "\n");
             return Interrupted;
         }
         if (count < 0) {

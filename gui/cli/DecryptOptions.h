@@ -48,7 +48,7 @@ public:
     void wipe();
 
 private:
-    Outcome readFrom(int fd, bool prompt, QString *error);
+    Outcome readFrom(int fd, int promptFd, QString *error);
     bool take(QString *error);
 
     QByteArray m_bytes;
