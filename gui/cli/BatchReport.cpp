@@ -85,7 +85,8 @@ void BatchReport::printTaskLine(const CryptTask *task)
     if (m_quiet && task->status() != Task::Error)
         return;
     clearProgress();
-    printLine(NM_TR("%1$s: %2$s", task->addedPath().toUtf8().constData(), task->statusText().toUtf8().constData()));
+    // Joined here, not in a looked-up format, whose length is bounded.
+    printLine(task->addedPath() + QStringLiteral(": ") + task->statusText());
 }
 
 void BatchReport::error(const QString &message)

@@ -18,7 +18,7 @@ namespace {
 
 QString prefixed(const QString &program, const QString &message)
 {
-    return NM_TR("%1$s: %2$s", program.toUtf8().constData(), message.toUtf8().constData());
+    return program + QStringLiteral(": ") + message;
 }
 
 } // namespace
@@ -99,7 +99,7 @@ void DecryptSession::reportMissingPaths()
 {
     for (const QString &path : qAsConst(m_options.paths)) {
         if (!QFileInfo::exists(path.trimmed()))
-            m_report->error(NM_TR("%s: no such file or folder.", path.toUtf8().constData()));
+            m_report->error(path + QStringLiteral(": ") + NM_TR("no such file or folder."));
     }
 }
 
