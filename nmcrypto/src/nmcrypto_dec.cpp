@@ -28,7 +28,7 @@ bool decryptAt(nm_crypto_dec_t *dec, uint64_t at, uint8_t *out, size_t length) {
   const uint8_t *in = dec->buffer + at;
   if ((reinterpret_cast<uintptr_t>(in) & 7) != 0 && !g_alignmentWarned.exchange(true))
     NM_LOG(NM_LOG_WARN, "Efficiency warning: non-aligned decryption");
-  return nm_keystream_decrypt(dec->cipher, dec->work_iv, dec->position + at, in, out, length,
+  return nm_keystream_decrypt(&dec->stream, dec->work_iv, dec->position + at, in, out, length,
                               dec->scratch) == 0;
 }
 
@@ -119,7 +119,7 @@ void nm_crypto_dec_free(nm_crypto_dec_t **dec) {
   if (!dec || !*dec) return;
   nm_crypto_dec_t *d = *dec;
   free(d->owned);
-  EVP_CIPHER_CTX_free(d->cipher);
+  nm_keystream_free(&d->stream);
   nm_file_close(&d->file);
   OPENSSL_cleanse(d, sizeof *d);  // file key, tail and plaintext alike
   free(d);
@@ -132,13 +132,14 @@ const char *nm_crypto_dec_error_text(const nm_crypto_dec_t *dec) {
 
 uint32_t nm_crypto_dec_read(nm_crypto_dec_t *dec, void *buffer, size_t size, uint64_t *count) {
   if (!dec || !buffer || !count) return NM_CRYPTO_INVALID;
+  if (!nm_file_is_open(&dec->file)) return NM_CRYPTO_INVALID;  // keeps the failed open's message
   if (size < 128) {
     nm_crypto_set_message(dec, "Output buffer too small", 0, nullptr);
     return NM_CRYPTO_INVALID;
   }
   *count = 0;
   if (dec->fill == dec->consumed) {
-    if (dec->remaining == 0 || !dec->cipher) return NM_CRYPTO_OK;  // end of plaintext
+    if (dec->remaining == 0) return NM_CRYPTO_OK;  // end of plaintext
     uint32_t rc = refill(dec);
     if (rc != NM_CRYPTO_OK) return rc;
   }

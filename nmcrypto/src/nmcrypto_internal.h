@@ -19,7 +19,7 @@ struct nm_crypto_dec {
   nm_file_t file;
   nm_file_stat_t status;      /* of the file examined last; size S */
   uint8_t file_key[16];       /* only between the key check and the cipher setup */
-  EVP_CIPHER_CTX *cipher;     /* AES-128-ECB encrypting with the file key */
+  nm_keystream_t stream;      /* the file key, set up by a successful open */
   nm_main_record_t main;
   int digest;                 /* that matched: 1 MD5, 4 SHA-256 */
   uint64_t remaining;         /* payload bytes still to read from the file */
@@ -31,7 +31,7 @@ struct nm_crypto_dec {
    * decrypt from it straight into the caller's buffer. A chunk that a read
    * delivers only in part stays decrypted in carry for the next read. */
   alignas(4096) uint8_t buffer[NM_CRYPTO_WORK_SIZE];
-  alignas(64) uint8_t scratch[NM_KEYSTREAM_SCRATCH]; /* AES inputs and outputs */
+  alignas(64) uint8_t scratch[NM_KEYSTREAM_SCRATCH]; /* AES inputs and outputs, OpenSSL path */
   alignas(64) uint8_t carry[NM_KEYSTREAM_CHUNK];
   uint64_t carry_at;          /* buffer offset of the chunk in carry; NM_CRYPTO_NO_CARRY if none */
   uint64_t trailer_at;        /* file offset of the main record examined last */

@@ -50,15 +50,10 @@ uint32_t readTail(nm_crypto_dec_t *dec, nm_file_t *file, size_t *size, uint32_t 
 
 // Makes the handle ready to stream the payload with the checked file key.
 uint32_t startStream(nm_crypto_dec_t *dec, uint32_t *sys_error) {
-  if (!dec->cipher) dec->cipher = EVP_CIPHER_CTX_new();
-  bool ok = dec->cipher &&
-            EVP_EncryptInit_ex(dec->cipher, EVP_aes_128_ecb(), nullptr, dec->file_key,
-                               nullptr) == 1 &&
-            EVP_CIPHER_CTX_set_padding(dec->cipher, 0) == 1;
-  OPENSSL_cleanse(dec->file_key, sizeof dec->file_key);  // the context holds the key now
+  const bool ok = nm_keystream_setup(&dec->stream, dec->file_key) == 0;
+  OPENSSL_cleanse(dec->file_key, sizeof dec->file_key);  // the stream holds the key now
   if (!ok) {
-    EVP_CIPHER_CTX_free(dec->cipher);
-    dec->cipher = nullptr;
+    nm_keystream_free(&dec->stream);
     nm_crypto_set_message(dec, "Cannot set up AES-128", 0, nullptr);
     return NM_CRYPTO_INVALID;
   }
@@ -133,7 +128,8 @@ uint32_t nm_crypto_dec_open(const char *passphrase, const char *path, nm_crypto_
     return rc;
   }
   OPENSSL_cleanse(dec->file_key, sizeof dec->file_key);
-  dec->remaining = 0;  // reads after a failed open find the end, not the closed file
+  dec->remaining = 0;
+  nm_keystream_free(&dec->stream);  // a seek failure comes after the setup
   nm_file_close(&dec->file);
   return rc;
 }

@@ -1,8 +1,11 @@
 #include "nmkeystream.h"
+#include "nmkeystream_wide.h"
 
 #include <openssl/crypto.h>
 #include <openssl/evp.h>
 #include <string.h>
+
+#include <atomic>
 
 // Every AES input of a chunk is known before decrypting it: the counter
 // block, then the chunk's own ciphertext blocks shifted by one. So a whole
@@ -10,8 +13,12 @@
 // chain (XOR, bytewise add) stays sequential, per chunk. Slices are small
 // enough for the scratch space and the data to share the level-1 cache.
 // The scratch is the caller's, so that a stream wipes it once, not per call.
+// Processors with 512-bit vector AES take the wide path instead, which needs
+// neither scratch nor OpenSSL once the key is expanded.
 
 namespace {
+
+std::atomic<bool> g_allowWide{true};
 
 typedef uint8_t v16 __attribute__((vector_size(16)));
 
@@ -123,9 +130,11 @@ void chainSlice(const uint8_t *e, const uint8_t *in, uint8_t *out, size_t length
 
 }  // namespace
 
-int nm_keystream_decrypt(EVP_CIPHER_CTX *ctx, const uint8_t iv[16], uint64_t position,
-                         const uint8_t *in, uint8_t *out, size_t length, uint8_t *scratch) {
-  const uint64_t first = position / kChunk;
+namespace {
+
+// The OpenSSL path: per slice of the scratch, one ECB call over the inputs.
+int decryptNarrow(EVP_CIPHER_CTX *ctx, const uint8_t iv[16], uint64_t first, const uint8_t *in,
+                  uint8_t *out, size_t length, uint8_t *scratch) {
   for (size_t at = 0; at < length; at += NM_KEYSTREAM_SCRATCH) {
     const size_t slice = length - at < NM_KEYSTREAM_SCRATCH ? length - at : NM_KEYSTREAM_SCRATCH;
     buildInputs(iv, first + at / kChunk, in + at, slice, scratch);
@@ -137,3 +146,51 @@ int nm_keystream_decrypt(EVP_CIPHER_CTX *ctx, const uint8_t iv[16], uint64_t pos
   }
   return 0;
 }
+
+// The wide path is trusted only once it decrypts a chunk exactly as OpenSSL does.
+bool wideAgrees(nm_keystream_t *ks) {
+  static const uint8_t iv[16] = {0x80, 1, 2, 3, 4, 5, 6, 7, 8, 9, 10, 11, 12, 13, 14, 0xff};
+  uint8_t in[kChunk], wide[kChunk], narrow[kChunk], scratch[kChunk];
+  for (size_t i = 0; i < kChunk; ++i) in[i] = static_cast<uint8_t>(i * 37 + 11);
+  nm_wide_decrypt(ks->round_keys, iv, 0x0102030405060708u, in, wide, kChunk);
+  const bool same = decryptNarrow(ks->ctx, iv, 0x0102030405060708u, in, narrow, kChunk, scratch) == 0 &&
+                    memcmp(wide, narrow, kChunk) == 0;
+  OPENSSL_cleanse(wide, sizeof wide);
+  OPENSSL_cleanse(narrow, sizeof narrow);
+  OPENSSL_cleanse(scratch, sizeof scratch);
+  return same;
+}
+
+}  // namespace
+
+int nm_keystream_setup(nm_keystream_t *ks, const uint8_t key[16]) {
+  ks->wide = 0;
+  if (!ks->ctx) ks->ctx = EVP_CIPHER_CTX_new();
+  if (!ks->ctx || EVP_EncryptInit_ex(ks->ctx, EVP_aes_128_ecb(), nullptr, key, nullptr) != 1 ||
+      EVP_CIPHER_CTX_set_padding(ks->ctx, 0) != 1)
+    return 1;
+  if (g_allowWide.load() && nm_wide_available()) {
+    nm_wide_expand(key, ks->round_keys);
+    ks->wide = wideAgrees(ks);
+    if (!ks->wide) OPENSSL_cleanse(ks->round_keys, sizeof ks->round_keys);
+  }
+  return 0;
+}
+
+void nm_keystream_free(nm_keystream_t *ks) {
+  EVP_CIPHER_CTX_free(ks->ctx);
+  ks->ctx = nullptr;
+  ks->wide = 0;
+  OPENSSL_cleanse(ks->round_keys, sizeof ks->round_keys);
+}
+
+int nm_keystream_decrypt(const nm_keystream_t *ks, const uint8_t iv[16], uint64_t position,
+                         const uint8_t *in, uint8_t *out, size_t length, uint8_t *scratch) {
+  if (ks->wide) {
+    nm_wide_decrypt(ks->round_keys, iv, position / kChunk, in, out, length);
+    return 0;
+  }
+  return decryptNarrow(ks->ctx, iv, position / kChunk, in, out, length, scratch);
+}
+
+void nm_keystream_allow_wide(int allow) { g_allowWide.store(allow != 0); }

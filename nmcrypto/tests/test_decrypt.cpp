@@ -7,6 +7,7 @@
 #include "nmcrypto/nmcrypto_dec.h"
 #include "nmcrypto_seams.h"
 #include "nmkeystream.h"
+#include "nmkeystream_wide.h"
 #include "nmtrailer.h"
 
 #include "envelope_writer/EnvelopeWriter.h"
@@ -15,6 +16,7 @@
 #include <QtTest>
 #include <openssl/evp.h>
 
+#include <algorithm>
 #include <cerrno>
 #include <fstream>
 #include <unistd.h>
@@ -90,20 +92,31 @@ struct Decrypted {
   QByteArray message;
   std::string plaintext;
   std::vector<uint64_t> counts;
+  bool strayWrites = false;  // a read wrote outside what the contract allows
 };
+
+const uint8_t kUntouched = 0xE7;
 
 // Opens path and reads to the end, asking for sizes in turn (cycled), into a
 // buffer offset bytes past a 64-byte boundary. A failed read is tried once more.
+// Every read must leave the bytes before the buffer, past its size, and more
+// than 15 past the count delivered as they were.
 Decrypted decryptFile(const std::string &path, const char *passphrase,
                       const std::vector<size_t> &sizes = {1024}, size_t offset = 0) {
   Decrypted d;
   nm_crypto_dec_t *dec = nm_crypto_dec_new();
   d.openRc = nm_crypto_dec_open(passphrase, path.c_str(), dec, &d.sysError);
-  std::vector<uint8_t> storage(70000 + 128);
+  std::vector<uint8_t> storage(70000 + 256);
   uint8_t *buffer = storage.data() + offset + 64 - reinterpret_cast<uintptr_t>(storage.data()) % 64;
   uint64_t count = d.openRc == 0;
   for (size_t i = 0, failures = 0; count != 0 && failures < 2; ++i) {
-    const uint32_t rc = nm_crypto_dec_read(dec, buffer, sizes[i % sizes.size()], &count);
+    const size_t size = sizes[i % sizes.size()];
+    std::fill(storage.begin(), storage.end(), kUntouched);
+    const uint32_t rc = nm_crypto_dec_read(dec, buffer, size, &count);
+    const auto changed = [](uint8_t b) { return b != kUntouched; };
+    uint8_t *allowed = buffer + std::min<uint64_t>(size, rc ? 0 : count + 15);
+    d.strayWrites = d.strayWrites || std::any_of(storage.data(), buffer, changed) ||
+                    std::any_of(allowed, storage.data() + storage.size(), changed);
     d.readRc = d.readRc ? d.readRc : rc;
     failures += rc != 0;
     if (rc != 0) count = 1;
@@ -187,26 +200,39 @@ private Q_SLOTS:
 
   void lengths_data() {
     QTest::addColumn<qulonglong>("length");
-    for (qulonglong n : {0, 1, 15, 16, 17, 127, 128, 129, 65535, 65536, 65636, 3 * 1048576 + 7})
-      QTest::newRow(QByteArray::number(n).constData()) << n;
+    QTest::addColumn<bool>("wide");  // the processor's vector path, else OpenSSL's
+    for (bool wide : {false, true})
+      for (qulonglong n : {0, 1, 15, 16, 17, 127, 128, 129, 259, 511, 512, 513, 65535, 65536, 65537,
+                           65636, 2 * 65536 + 15, 3 * 1048576 + 7})
+        QTest::addRow("%llu%s", n, wide ? ", wide" : "") << n << wide;
   }
 
   // The same plaintext whatever the sequence of read sizes and the buffer's alignment;
   // 1,024-byte reads take each 64 KiB buffer in full reads, then its rest.
   void lengths() {
     QFETCH(qulonglong, length);
+    QFETCH(bool, wide);
+    if (wide && !nm_wide_available()) QSKIP("this processor has no 512-bit vector AES");
     QVERIFY(ew::writePatternEnvelope(path("lengths"), length, "pass"));
-    const std::vector<std::pair<std::vector<size_t>, size_t>> patterns = {
+    std::vector<std::pair<std::vector<size_t>, size_t>> patterns = {
         {{1024}, 0}, {{128}, 3}, {{65536}, 0}, {{70000}, 5},
-        {{128, 70000, 1000, 129, 65536, 4097, 200}, 1}, {{4096, 130, 65535, 128, 1024}, 0}};
+        {{128, 70000, 1000, 129, 65536, 4097, 200}, 1}, {{4096, 130, 65535, 128, 1024}, 0},
+        {{133, 130}, 0}};  // the end's last block rounded up would pass the size
+    std::vector<size_t> mixed;  // sizes from 128 to 70,000, most of them odd
+    for (uint32_t i = 0, x = 12345; i < 40; ++i, x = x * 1103515245u + 12345u)
+      mixed.push_back(128 + (x >> 8) % (i % 4 ? 700 : 69872));
+    patterns.push_back({mixed, 7});
+    nm_keystream_allow_wide(wide);
     for (const auto &p : patterns) {
       Decrypted d = decryptFile(path("lengths"), "pass", p.first, p.second);
       QCOMPARE(d.openRc + d.readRc, 0u);
       QVERIFY(d.plaintext == ew::patternString(0, length));
+      QVERIFY(!d.strayWrites);
     }
     std::vector<uint64_t> counts(64, 1024);
     counts.insert(counts.end(), {100, 0});
     QVERIFY(length != 65636 || decryptFile(path("lengths"), "pass").counts == counts);
+    nm_keystream_allow_wide(true);
   }
 
   void arguments() {
@@ -222,6 +248,12 @@ private Q_SLOTS:
     QCOMPARE(nm_crypto_dec_read(dec, buffer, 127, &count), 6u);
     QCOMPARE(nm_crypto_dec_error_text(dec), "Output buffer too small");
     QCOMPARE(nm_crypto_dec_read(dec, nullptr, sizeof buffer, &count), 6u);
+    nm_crypto_dec_free(&dec);
+    dec = nm_crypto_dec_new();
+    QCOMPARE(nm_crypto_dec_read(dec, buffer, sizeof buffer, &count), 6u);  // never opened
+    QCOMPARE(nm_crypto_dec_open("A", (name + ".missing").c_str(), dec, nullptr), 3u);
+    QCOMPARE(nm_crypto_dec_read(dec, buffer, sizeof buffer, &count), 6u);
+    QCOMPARE(nm_crypto_dec_error_text(dec), "Cannot open file: No such file or directory");
     nm_crypto_dec_free(&dec);
     QVERIFY(dec == nullptr);
     nm_crypto_dec_free(&dec);
@@ -375,19 +407,28 @@ private Q_SLOTS:
                         "mid-block."));
   }
 
+  void highChunkNumbers_data() {
+    QTest::addColumn<bool>("wide");
+    QTest::newRow("OpenSSL") << false;
+    QTest::newRow("wide") << true;
+  }
+
   // Chunk numbers far beyond any test file: every byte of the counter counts.
   void highChunkNumbers() {
+    QFETCH(bool, wide);
+    if (wide && !nm_wide_available()) QSKIP("this processor has no 512-bit vector AES");
     const QByteArray key = QByteArray::fromHex("000102030405060708090a0b0c0d0e0f"),
                      iv = QByteArray::fromHex("f0f1f2f3f4f5f6f7f8f9fafbfcfdfeff");
     uint8_t data[17], scratch[NM_KEYSTREAM_SCRATCH];
     for (int i = 0; i < 16; ++i) data[i + 1] = static_cast<uint8_t>(i * 131 + 7);
-    EVP_CIPHER_CTX *ctx = EVP_CIPHER_CTX_new();
-    EVP_EncryptInit_ex(ctx, EVP_aes_128_ecb(), nullptr,
-                       reinterpret_cast<const uint8_t *>(key.constData()), nullptr);
-    EVP_CIPHER_CTX_set_padding(ctx, 0);
-    QCOMPARE(nm_keystream_decrypt(ctx, reinterpret_cast<const uint8_t *>(iv.constData()),
+    nm_keystream_t stream = {};
+    nm_keystream_allow_wide(wide);
+    QCOMPARE(nm_keystream_setup(&stream, reinterpret_cast<const uint8_t *>(key.constData())), 0);
+    nm_keystream_allow_wide(true);
+    QCOMPARE(stream.wide != 0, wide);
+    QCOMPARE(nm_keystream_decrypt(&stream, reinterpret_cast<const uint8_t *>(iv.constData()),
                                   0x91a2b3c4d5e6f00, data + 1, data + 1, 16, scratch), 0);
-    EVP_CIPHER_CTX_free(ctx);  // in place, from an odd address
+    nm_keystream_free(&stream);  // in place, from an odd address
     QCOMPARE(QByteArray(reinterpret_cast<char *>(data + 1), 16).toHex(),
              QByteArray("58835e072f16b52b7c9316e225d98b9a"));
   }

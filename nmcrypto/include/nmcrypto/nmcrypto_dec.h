@@ -37,8 +37,9 @@ uint32_t nm_crypto_dec_open(const char *passphrase, const char *path, nm_crypto_
                             uint32_t *sys_error);
 
 /* Delivers up to size (>= 128) plaintext bytes; *count 0 with result 0 is the
- * end. In the direct case up to 15 bytes past *count (within size) may be
- * overwritten. */
+ * end. Never writes past size; in the direct case up to 15 bytes past *count
+ * (within size) may be overwritten. A handle that isn't open (never opened,
+ * or its open failed) gives NM_CRYPTO_INVALID and keeps its message. */
 uint32_t nm_crypto_dec_read(nm_crypto_dec_t *dec, void *buffer, size_t size, uint64_t *count);
 
 /* trailer_offset of a trailer that stood in the ".nmb-meta" side file. */
