@@ -1,6 +1,15 @@
 #include <engine/FileLoading.h>
 
+#include <dirent.h>
+#include <errno.h>
+#include <fcntl.h>
+#include <string.h>
+#include <sys/stat.h>
+
 #include <QDir>
+#include <QFile>
+#include <QSet>
+#include <QVector>
 
 #include <nmcrypto/nmcrypto_dec.h>
 
@@ -12,17 +21,82 @@ namespace {
 
 // The file suffix that marks an envelope without opening it.
 const char kEnvelopeSuffix[] = "nimbra-env";
+// What the envelope probe appends to a path to find its metadata side file.
+const char kSideFileSuffix[] = ".nmb-meta";
 
-// Entries of a folder without links, hidden entries, special files, "." and
-// "..", in the order the file system returns them. Folders are listed
-// whatever nameFilter says.
-QFileInfoList listFolder(const QString &folder, const QString &nameFilter, QDir::Filters kinds)
+struct FolderEntry {
+    QString name;
+    bool isFolder;
+};
+
+struct FolderListing {
+    QVector<FolderEntry> entries;
+    QSet<QString> sideFiles; // every visible name that ends in the side-file suffix
+    bool complete = true;    // the listing read to its end
+};
+
+bool endsWith(const char *name, const char *suffix)
 {
-    QDir dir(folder);
-    dir.setNameFilters(QStringList(nameFilter));
-    dir.setFilter(kinds | QDir::NoSymLinks | QDir::NoDotAndDotDot);
-    dir.setSorting(QDir::Unsorted);
-    return dir.entryInfoList();
+    const size_t length = strlen(name), suffixLength = strlen(suffix);
+    return length >= suffixLength && memcmp(name + length - suffixLength, suffix, suffixLength) == 0;
+}
+
+// The regular files of folder that match nameFilter and, with folders, all
+// its folders, without links, hidden entries, special files, "." and "..", in
+// the order the file system returns them. One pass over the folder: the type
+// comes with each name where the file system gives it, so listing costs no
+// system call per entry. The side-file names, of whatever type, are noted
+// so that the probe need not look for side files that aren't there.
+FolderListing listFolder(const QString &folder, const QString &nameFilter, bool folders)
+{
+    FolderListing listing;
+    DIR *dir = ::opendir(QFile::encodeName(folder).constData());
+    if (!dir)
+        return listing;
+    const bool everyName = nameFilter == QLatin1String("*");
+    for (;;) {
+        errno = 0;
+        const dirent *entry = ::readdir(dir);
+        if (!entry) {
+            listing.complete = errno == 0;
+            break;
+        }
+        if (entry->d_name[0] == '.') // hidden, "." and ".."
+            continue;
+        if (endsWith(entry->d_name, kSideFileSuffix))
+            listing.sideFiles.insert(QFile::decodeName(entry->d_name));
+        unsigned char type = entry->d_type;
+        struct stat st;
+        if (type == DT_UNKNOWN
+            && ::fstatat(::dirfd(dir), entry->d_name, &st, AT_SYMLINK_NOFOLLOW) == 0)
+            type = S_ISREG(st.st_mode) ? DT_REG : S_ISDIR(st.st_mode) ? DT_DIR : DT_UNKNOWN;
+        if (type != DT_REG && !(folders && type == DT_DIR))
+            continue;
+        const QString name = QFile::decodeName(entry->d_name);
+        if (type == DT_DIR || everyName || QDir::match(nameFilter, name))
+            listing.entries.push_back({name, type == DT_DIR});
+    }
+    ::closedir(dir);
+    return listing;
+}
+
+bool hasEnvelopeSuffix(const QString &fileName)
+{
+    const int dot = fileName.lastIndexOf(QLatin1Char('.'));
+    return dot >= 0 && fileName.midRef(dot + 1) == QLatin1String(kEnvelopeSuffix);
+}
+
+// The content probe for a path known to be a regular file; sideFile false
+// when a listing has just shown that it has none.
+bool isEnvelopeFile(const QString &path, const QString &fileName, bool sideFile = true)
+{
+    if (hasEnvelopeSuffix(fileName))
+        return true;
+    uint32_t systemError = 0;
+    const QByteArray encoded = path.toUtf8();
+    return (sideFile ? nm_crypto_dec_probe(encoded.constData(), &systemError)
+                     : nm_crypto_dec_probe_alone(encoded.constData(), &systemError))
+           == NM_CRYPTO_OK;
 }
 
 } // namespace
@@ -34,31 +108,27 @@ bool isEnvelope(const QString &path)
 
 bool isEnvelope(const QString &path, const QFileInfo &info)
 {
-    if (!info.isFile())
-        return false;
-    if (info.suffix() == QLatin1String(kEnvelopeSuffix))
-        return true;
-    uint32_t systemError = 0;
-    return nm_crypto_dec_probe(path.toUtf8().constData(), &systemError) == NM_CRYPTO_OK;
+    return info.isFile() && isEnvelopeFile(path, info.fileName());
 }
 
 QStringList walkFolder(const QString &folder, const QString &nameFilter, bool recursive,
                        bool onlyEncrypted, const CancelTest &cancelled)
 {
-    const QDir::Filters kinds = recursive ? QDir::Files | QDir::AllDirs : QDir::Files;
-    const QFileInfoList entries = listFolder(folder, nameFilter, kinds);
+    const FolderListing listing = listFolder(folder, nameFilter, recursive);
     const QString prefix = folder + QLatin1Char('/');
     QStringList found;
     QStringList subFolders;
-    for (const QFileInfo &entry : entries) {
-        if (entry.isDir()) {
-            subFolders << entry.fileName();
+    for (const FolderEntry &entry : listing.entries) {
+        if (entry.isFolder) {
+            subFolders << entry.name;
             continue;
         }
         if (cancelled())
             return QStringList();
-        const QString path = prefix + entry.fileName();
-        if (entry.isFile() && (!onlyEncrypted || isEnvelope(path, entry)))
+        const QString path = prefix + entry.name;
+        const bool sideFile = !listing.complete
+                              || listing.sideFiles.contains(entry.name + QLatin1String(kSideFileSuffix));
+        if (!onlyEncrypted || isEnvelopeFile(path, entry.name, sideFile))
             found << path;
     }
     for (const QString &name : qAsConst(subFolders)) {

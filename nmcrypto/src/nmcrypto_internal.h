@@ -47,6 +47,8 @@ void nm_crypto_set_message(nm_crypto_dec_t *dec, const char *text, uint32_t sys_
                            uint32_t *slot);
 
 /* Finds and checks the trailer of file (the envelope or its side file).
+ * Recognising (check_keys 0) expects file opened by nm_file_open_read_stat
+ * into dec->status.
  * check_keys 0 skips the key check (recognising only). Fills dec->main and,
  * on a match, dec->file_key. Returns 0, 1, 2 or 3 with the message set. */
 uint32_t nm_crypto_examine(nm_crypto_dec_t *dec, nm_file_t *file, const char *passphrase,

@@ -32,18 +32,31 @@ bool sideFileName(const char *path, char (&name)[NM_CRYPTO_PATH_SIZE]) {
          nm_strlcat(name, kSideSuffix, sizeof name, &length) == 0;
 }
 
-// Reads the file's last bytes (at most 8,192) into the work buffer.
-uint32_t readTail(nm_crypto_dec_t *dec, nm_file_t *file, size_t *size, uint32_t *sys_error) {
-  uint32_t err = nm_file_stat(file, &dec->status);
+// Opens path for recognising: the status comes with the open, which saves a
+// system call.
+uint32_t openRecognised(nm_crypto_dec_t *dec, const char *path, uint32_t *sys_error) {
+  const uint32_t err = nm_file_open_read_stat(path, &dec->file, &dec->status);
+  return err != 0 ? ioFailure(dec, "Cannot open file: ", err, sys_error)
+                  : static_cast<uint32_t>(NM_CRYPTO_OK);
+}
+
+// Reads the file's last bytes (at most 8,192) into the work buffer. Opening
+// takes the status, seeks and reads, each failing with its own message;
+// recognising has the status from the open and reads in one positioned read,
+// since to the probe every failure is result 3 alike.
+uint32_t readTail(nm_crypto_dec_t *dec, nm_file_t *file, bool recognising, size_t *size,
+                  uint32_t *sys_error) {
+  uint32_t err = recognising ? 0 : nm_file_stat(file, &dec->status);
   if (err != 0) return ioFailure(dec, "Cannot examine file: ", err, sys_error);
   const uint64_t total = dec->status.size;
   if (total < NM_TRAILER_MAIN_LENGTH) return corrupt(dec);
   const uint64_t start = total > NM_TRAILER_TAIL_MAX ? total - NM_TRAILER_TAIL_MAX : 0;
-  err = nm_file_seek(file, static_cast<int64_t>(start), 0);
+  err = recognising ? 0 : nm_file_seek(file, static_cast<int64_t>(start), 0);
   if (err != 0) return ioFailure(dec, "Cannot seek in file: ", err, sys_error);
   *size = static_cast<size_t>(total - start);
   size_t got = 0;
-  err = nm_file_read(file, dec->buffer, *size, &got);
+  err = recognising ? nm_file_read_at(file, start, dec->buffer, *size, &got)
+                    : nm_file_read(file, dec->buffer, *size, &got);
   if (err != 0) return ioFailure(dec, "Cannot read file: ", err, sys_error);
   return got < *size ? corrupt(dec) : static_cast<uint32_t>(NM_CRYPTO_OK);
 }
@@ -94,7 +107,7 @@ uint32_t trySideFile(nm_crypto_dec_t *dec, uint32_t rc, const char *path, const 
 uint32_t nm_crypto_examine(nm_crypto_dec_t *dec, nm_file_t *file, const char *passphrase,
                            int check_keys, uint32_t *sys_error) {
   size_t size = 0;
-  uint32_t rc = readTail(dec, file, &size, sys_error);
+  uint32_t rc = readTail(dec, file, !check_keys, &size, sys_error);
   if (rc != NM_CRYPTO_OK) return rc;
   nm_trailer_t trailer;
   if (nm_trailer_walk(dec->buffer, size, &trailer) != 0) return corrupt(dec);
@@ -147,23 +160,38 @@ namespace {
 // Side files of side files are followed, but not without end.
 const int kMaxProbeDepth = 8;
 
-uint32_t probe(const char *path, uint32_t *sys_error, int depth) {
-  nm_crypto_dec_t *dec = nm_crypto_dec_new();
+// One handle per thread serves all its probes: a probe is a few system
+// calls, and a fresh zeroed handle with its 64 KiB buffer cost more than they.
+struct ProbeHandle {
+  nm_crypto_dec_t *dec = nullptr;
+  ~ProbeHandle() { nm_crypto_dec_free(&dec); }
+};
+thread_local ProbeHandle t_probe;
+
+uint32_t probe(const char *path, uint32_t *sys_error, int depth, bool sideFile) {
+  if (!t_probe.dec) t_probe.dec = nm_crypto_dec_new();
+  nm_crypto_dec_t *dec = t_probe.dec;
   if (!dec) return NM_CRYPTO_IO;
-  uint32_t err = nm_file_open_read(path, &dec->file);
+  dec->status.size = 0;
   // Matched or not, a trailer that walks makes an envelope: no key check.
-  uint32_t rc = err != 0 ? ioFailure(dec, "Cannot open file: ", err, sys_error)
-                         : nm_crypto_examine(dec, &dec->file, "", 0, sys_error);
-  nm_crypto_dec_free(&dec);
+  uint32_t rc = openRecognised(dec, path, sys_error);
+  if (rc == NM_CRYPTO_OK) rc = nm_crypto_examine(dec, &dec->file, "", 0, sys_error);
+  nm_file_close(&dec->file);
+  const uint64_t tail = dec->status.size;  // what examining may have read, as at free
+  OPENSSL_cleanse(dec->buffer, tail < NM_TRAILER_TAIL_MAX ? tail : NM_TRAILER_TAIL_MAX);
   if (rc != NM_CRYPTO_CORRUPT) return rc;
   char name[NM_CRYPTO_PATH_SIZE];
-  bool side = depth < kMaxProbeDepth && sideFileName(path, name) &&
-              probe(name, sys_error, depth + 1) == NM_CRYPTO_OK;
+  bool side = sideFile && depth < kMaxProbeDepth && sideFileName(path, name) &&
+              probe(name, sys_error, depth + 1, true) == NM_CRYPTO_OK;
   return side ? NM_CRYPTO_OK : NM_CRYPTO_NOT_ENVELOPE;
 }
 
 }  // namespace
 
 uint32_t nm_crypto_dec_probe(const char *path, uint32_t *sys_error) {
-  return path ? probe(path, sys_error, 0) : static_cast<uint32_t>(NM_CRYPTO_NOT_ENVELOPE);
+  return path ? probe(path, sys_error, 0, true) : static_cast<uint32_t>(NM_CRYPTO_NOT_ENVELOPE);
+}
+
+uint32_t nm_crypto_dec_probe_alone(const char *path, uint32_t *sys_error) {
+  return path ? probe(path, sys_error, 0, false) : static_cast<uint32_t>(NM_CRYPTO_NOT_ENVELOPE);
 }

@@ -74,6 +74,93 @@ uint32_t fileType(mode_t mode)
     return NM_FILE_TYPE_OTHER;
 }
 
+void fillStatus(const struct stat &st, nm_file_stat_t *status)
+{
+    memset(status, 0, sizeof *status);
+    status->id = static_cast<uint64_t>(st.st_ino);
+    status->size = static_cast<uint64_t>(st.st_size);
+    status->type = fileType(st.st_mode);
+    status->mode = static_cast<uint32_t>(st.st_mode);
+    status->uid = static_cast<uint32_t>(st.st_uid);
+    status->gid = static_cast<uint32_t>(st.st_gid);
+    status->ctime = static_cast<int64_t>(st.st_ctime);
+    status->mtime = static_cast<int64_t>(st.st_mtime);
+    status->atime = static_cast<int64_t>(st.st_atime);
+    status->nlink = static_cast<uint32_t>(st.st_nlink);
+}
+
+// The open of nm_file_open; st receives the status it checks the file with.
+uint32_t openFile(const char *path, nm_file_t *file, uint32_t flags, struct stat *st)
+{
+    if (!path || !file)
+        return kInvalid;
+    file->handle = NM_FILE_CLOSED;
+    if (!(flags & (NM_FILE_READ | NM_FILE_WRITE | NM_FILE_APPEND)) || strchr(path, '\n'))
+        return kInvalid;
+    int handle;
+    do {
+        handle = ::open(path, openFlags(flags), 0666);
+    } while (handle < 0 && errno == EINTR);
+    if (handle < 0)
+        return lastError();
+    // Directories open on POSIX but not as files elsewhere; refuse them here
+    // so every caller sees the same "is a directory" failure at open.
+    uint32_t err = 0;
+    if (::fstat(handle, st) != 0)
+        err = lastError();
+    else if (S_ISDIR(st->st_mode))
+        err = EISDIR;
+    else if ((flags & NM_FILE_TRUNCATE) && ::ftruncate(handle, 0) != 0)
+        err = lastError();
+    if (err) {
+        ::close(handle);
+        return err;
+    }
+    file->handle = handle;
+    return 0;
+}
+
+// The read rule of nm_file_read around one system read, readOnce().
+template <typename Read>
+uint32_t readRetrying(const Read &readOnce, size_t *count)
+{
+    int retries = 0;
+    for (;;) {
+        const long n = readOnce();
+        if (n >= 0) {
+            *count += static_cast<size_t>(n);
+            return 0;
+        }
+        const int err = errno;
+        if (err == EINTR)
+            continue;
+        if (err == EPIPE) // the writer went away: end of input
+            return 0;
+        if (isTransient(err) && retries < kMaxRetries) {
+            const int delay = kRetryDelayMs[retries++];
+            NM_LOG(NM_LOG_ERR, "nm_fileread: resource error %d, retrying after %d ms", err, delay);
+            sleepMs(delay);
+            continue;
+        }
+        NM_LOG(NM_LOG_ERR, "nm_fileread: ReadFile failed. error=%d", err);
+        return static_cast<uint32_t>(err);
+    }
+}
+
+// The argument checks of the reads; 0 lets the read go ahead.
+uint32_t readRefusal(nm_file_t *file, void *buffer, size_t *count)
+{
+    if (count)
+        *count = 0;
+    if (!file || !buffer || !count)
+        return kInvalid;
+    if (file->handle == NM_FILE_CLOSED) {
+        NM_LOG(NM_LOG_ERR, "nm_fileread: ReadFile failed. error=%d", EBADF);
+        return EBADF;
+    }
+    return 0;
+}
+
 } // namespace
 
 extern "C" void nm_file_set_read_fn(nm_file_read_fn fn) { g_readFn.store(fn ? fn : systemRead); }
@@ -96,33 +183,20 @@ extern "C" uint32_t nm_file_init(nm_file_t *file)
 
 extern "C" uint32_t nm_file_open(const char *path, nm_file_t *file, uint32_t flags)
 {
-    if (!path || !file)
-        return kInvalid;
-    file->handle = NM_FILE_CLOSED;
-    if (!(flags & (NM_FILE_READ | NM_FILE_WRITE | NM_FILE_APPEND)) || strchr(path, '\n'))
-        return kInvalid;
-    int handle;
-    do {
-        handle = ::open(path, openFlags(flags), 0666);
-    } while (handle < 0 && errno == EINTR);
-    if (handle < 0)
-        return lastError();
-    // Directories open on POSIX but not as files elsewhere; refuse them here
-    // so every caller sees the same "is a directory" failure at open.
     struct stat st;
-    uint32_t err = 0;
-    if (::fstat(handle, &st) != 0)
-        err = lastError();
-    else if (S_ISDIR(st.st_mode))
-        err = EISDIR;
-    else if ((flags & NM_FILE_TRUNCATE) && ::ftruncate(handle, 0) != 0)
-        err = lastError();
-    if (err) {
-        ::close(handle);
-        return err;
-    }
-    file->handle = handle;
-    return 0;
+    return openFile(path, file, flags, &st);
+}
+
+extern "C" uint32_t nm_file_open_read_stat(const char *path, nm_file_t *file,
+                                           nm_file_stat_t *status)
+{
+    if (!status)
+        return kInvalid;
+    struct stat st;
+    const uint32_t err = openFile(path, file, NM_FILE_FLAGS_READ, &st);
+    if (err == 0)
+        fillStatus(st, status);
+    return err;
 }
 
 extern "C" uint32_t nm_file_open_read(const char *path, nm_file_t *file)
@@ -137,35 +211,26 @@ extern "C" uint32_t nm_file_open_append(const char *path, nm_file_t *file)
 
 extern "C" uint32_t nm_file_read(nm_file_t *file, void *buffer, size_t size, size_t *count)
 {
-    if (count)
-        *count = 0;
-    if (!file || !buffer || !count)
-        return kInvalid;
-    if (!nm_file_is_open(file)) {
-        NM_LOG(NM_LOG_ERR, "nm_fileread: ReadFile failed. error=%d", EBADF);
-        return EBADF;
+    if (const uint32_t err = readRefusal(file, buffer, count))
+        return err;
+    return readRetrying([&] { return g_readFn.load()(file->handle, buffer, size); }, count);
+}
+
+extern "C" uint32_t nm_file_read_at(nm_file_t *file, uint64_t offset, void *buffer, size_t size,
+                                    size_t *count)
+{
+    if (const uint32_t err = readRefusal(file, buffer, count))
+        return err;
+    const nm_file_read_fn seam = g_readFn.load();
+    if (seam != systemRead) {
+        const uint32_t err = nm_file_seek(file, static_cast<int64_t>(offset), 0);
+        return err ? err : readRetrying([&] { return seam(file->handle, buffer, size); }, count);
     }
-    int retries = 0;
-    for (;;) {
-        const long n = g_readFn.load()(file->handle, buffer, size);
-        if (n >= 0) {
-            *count += static_cast<size_t>(n);
-            return 0;
-        }
-        const int err = errno;
-        if (err == EINTR)
-            continue;
-        if (err == EPIPE) // the writer went away: end of input
-            return 0;
-        if (isTransient(err) && retries < kMaxRetries) {
-            const int delay = kRetryDelayMs[retries++];
-            NM_LOG(NM_LOG_ERR, "nm_fileread: resource error %d, retrying after %d ms", err, delay);
-            sleepMs(delay);
-            continue;
-        }
-        NM_LOG(NM_LOG_ERR, "nm_fileread: ReadFile failed. error=%d", err);
-        return static_cast<uint32_t>(err);
-    }
+    return readRetrying(
+        [&] {
+            return static_cast<long>(::pread(fd(file), buffer, size, static_cast<off_t>(offset)));
+        },
+        count);
 }
 
 extern "C" uint32_t nm_file_write(nm_file_t *file, const void *buffer, size_t size, size_t *count)
@@ -217,16 +282,7 @@ extern "C" uint32_t nm_file_stat(nm_file_t *file, nm_file_stat_t *status)
     struct stat st;
     if (::fstat(fd(file), &st) != 0)
         return lastError();
-    status->id = static_cast<uint64_t>(st.st_ino);
-    status->size = static_cast<uint64_t>(st.st_size);
-    status->type = fileType(st.st_mode);
-    status->mode = static_cast<uint32_t>(st.st_mode);
-    status->uid = static_cast<uint32_t>(st.st_uid);
-    status->gid = static_cast<uint32_t>(st.st_gid);
-    status->ctime = static_cast<int64_t>(st.st_ctime);
-    status->mtime = static_cast<int64_t>(st.st_mtime);
-    status->atime = static_cast<int64_t>(st.st_atime);
-    status->nlink = static_cast<uint32_t>(st.st_nlink);
+    fillStatus(st, status);
     return 0;
 }
 

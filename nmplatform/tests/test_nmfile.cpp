@@ -170,6 +170,17 @@ void TestNmFile::readAtEnd()
     QCOMPARE(nm_file_seek(&f, -10, 0), uint(EINVAL));
     QCOMPARE(g_logged, QStringList{QString("1 nm_file_seek: SetFilePointerEx failed, error=%1").arg(EINVAL)});
     QCOMPARE(nm_file_close(&f), 0u);
+
+    nm_file_stat_t st;
+    QCOMPARE(nm_file_open_read_stat(path("three").constData(), &f, &st), 0u);
+    QCOMPARE(st.size, uint64_t(3));
+    QCOMPARE(nm_file_read_at(&f, 1, buf.data(), buf.size(), &count), 0u);
+    QCOMPARE(buf.left(int(count)), QByteArray("bc"));
+    QCOMPARE(nm_file_read_at(&f, 3, buf.data(), buf.size(), &count), 0u);
+    QCOMPARE(count, size_t(0));
+    QCOMPARE(nm_file_close(&f), 0u);
+    QCOMPARE(nm_file_open_read_stat(m_dir.path().toUtf8().constData(), &f, &st), uint(EISDIR));
+    QVERIFY(!nm_file_is_open(&f));
 }
 
 void TestNmFile::appendTruncateAndStat()

@@ -136,6 +136,25 @@ private slots:
         QVERIFY(FileLoading::walkFolder(r, "*", true, false, third).isEmpty());
     }
 
+    // A plain file counts when its side file holds a trailer, even when the
+    // side file is a link; the walk skips the side-file lookup only where the
+    // listing shows none.
+    void walkSideFiles()
+    {
+        const QString f = path("sides");
+        envelope_writer::EnvelopeOptions sideOnly;
+        sideOnly.sideFile = true;
+        QVERIFY(QDir().mkpath(f));
+        QVERIFY(envelope_writer::writeEnvelope((f + "/x").toStdString(), "payload", kPassphrase, sideOnly));
+        write(f + "/y", false);
+        QVERIFY(QFile::link(f + "/x.nmb-meta", f + "/y.nmb-meta"));
+        write(f + "/z", false);
+        write(f + "/z.nmb-meta.txt", false);
+        QStringList found = FileLoading::walkFolder(f, "*", true, true, [] { return false; });
+        found.sort();
+        QCOMPARE(found, QStringList({f + "/x", f + "/x.nmb-meta", f + "/y"}));
+    }
+
     void testModes_data()
     {
         QTest::addColumn<QStringList>("paths");

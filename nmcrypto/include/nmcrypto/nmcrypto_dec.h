@@ -68,6 +68,11 @@ void nm_crypto_dec_free(nm_crypto_dec_t **dec);
  * be read, 5 otherwise. Never reads the payload. */
 uint32_t nm_crypto_dec_probe(const char *path, uint32_t *sys_error);
 
+/* nm_crypto_dec_probe for a file whose side file is known not to exist (a
+ * folder listing just showed none): the same answer without trying to open
+ * it. */
+uint32_t nm_crypto_dec_probe_alone(const char *path, uint32_t *sys_error);
+
 #ifdef __cplusplus
 }
 #endif

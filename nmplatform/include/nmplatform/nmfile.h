@@ -73,12 +73,20 @@ uint32_t nm_file_init(nm_file_t *file);
 uint32_t nm_file_open(const char *path, nm_file_t *file, uint32_t flags);
 uint32_t nm_file_open_read(const char *path, nm_file_t *file);   /* flags 17 */
 uint32_t nm_file_open_append(const char *path, nm_file_t *file); /* flags 310 */
+/* nm_file_open_read that also fills *status, from the status call the open
+ * makes anyway (one system call fewer than open and nm_file_stat). */
+uint32_t nm_file_open_read_stat(const char *path, nm_file_t *file, nm_file_stat_t *status);
 
 /* One read of up to size bytes; *count is set to 0 first, then to what was
  * read. End of file is success with *count 0; a closed object gives 9 (EBADF). Transient shortages (ENOMEM,
  * ENOBUFS, EAGAIN) are retried up to 10 times after the delays 0,0,0,0,0,
  * 10,10,10,10,10 ms, each retry logged; EINTR is retried at once. */
 uint32_t nm_file_read(nm_file_t *file, void *buffer, size_t size, size_t *count);
+
+/* nm_file_read from offset on, in one positioned read; the file position
+ * afterwards is unspecified. */
+uint32_t nm_file_read_at(nm_file_t *file, uint64_t offset, void *buffer, size_t size,
+                         size_t *count);
 
 /* One write call; *count receives what was written (may be short). A closed
  * object gives 9 (EBADF). */
@@ -100,7 +108,8 @@ uint32_t nm_file_delete(const char *path);
 uint32_t nm_file_link(const char *existing_path, const char *new_path);
 
 /* Test seam: replaces the system read (same contract as read(2), errno on
- * failure); null restores it. Not for production code. */
+ * failure); null restores it. nm_file_read_at then seeks and reads through
+ * it. Not for production code. */
 typedef long (*nm_file_read_fn)(intptr_t handle, void *buffer, size_t size);
 void nm_file_set_read_fn(nm_file_read_fn fn);
 
