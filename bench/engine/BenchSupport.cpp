@@ -48,21 +48,6 @@ Measure runHere(const std::function<bool()> &code)
     return m;
 }
 
-Measure best(int repeats, const std::function<void()> &prepare,
-             const std::function<Measure()> &run)
-{
-    Measure result;
-    for (int i = 0; i < repeats; ++i) {
-        prepare();
-        const Measure m = run();
-        if (i == 0 || !m.ok || (result.ok && m.seconds < result.seconds))
-            result = m;
-        if (!m.ok)
-            break;
-    }
-    return result;
-}
-
 void warm(const QString &path)
 {
     QFile file(path);

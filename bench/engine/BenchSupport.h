@@ -19,9 +19,6 @@ struct Measure {
 Measure runCommand(const QString &program, const QStringList &arguments);
 // Times code run in this process.
 Measure runHere(const std::function<bool()> &code);
-// The best (shortest wall clock) of repeats runs; prepare runs before each.
-Measure best(int repeats, const std::function<void()> &prepare,
-             const std::function<Measure()> &run);
 
 // Reads the whole file so that the timed runs find it in the page cache.
 void warm(const QString &path);

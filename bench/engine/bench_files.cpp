@@ -1,18 +1,20 @@
-// Many small envelopes through the decrypt manager with 1, 2 and 8 threads
-// allowed, in files per second and CPU seconds, beside `cp -r` of the same
-// folder. Arguments: file count (default 2000), size in bytes (default 4096).
-// The folder is made under TMPDIR (default /tmp).
+// Many small envelopes through the decrypt manager with 1 and 2 threads
+// allowed, beside `cp -r` of the same folder, in interleaved rounds: files
+// per second and CPU seconds. Then the memory of one large batch: the peak
+// resident size while the manager decrypts it, above its size before.
+// Arguments: file count (default 2000), size in bytes (default 4096), batch
+// count (default 100000, 0 skips the batch). Folders are made under TMPDIR.
 #include <cstdio>
 
 #include <QCoreApplication>
 #include <QDir>
 #include <QEventLoop>
 #include <QTemporaryDir>
-#include <QVector>
 
 #include <engine/DecryptManager.h>
 #include <envelope_writer/EnvelopeWriter.h>
 
+#include "BenchStats.h"
 #include "BenchSupport.h"
 
 namespace {
@@ -27,37 +29,53 @@ QStringList makeEnvelopes(const QString &folder, int count, int size)
         const QString path = folder + QStringLiteral("/f%1.nimbra-env").arg(i);
         if (!envelope_writer::writePatternEnvelope(QFile::encodeName(path).toStdString(),
                                                    quint64(size), kPassphrase))
-            return {};
+            qFatal("cannot write the envelopes");
         paths << path;
     }
     return paths;
 }
 
-bench::Measure decryptAll(const QStringList &paths, int threads)
+// Decrypts paths; with peak, *peak receives the peak resident size (KiB)
+// of the run and *idle the resident size before the paths were added.
+bench::Measure decryptAll(const QStringList &paths, int threads, long *peak = nullptr,
+                          long *idle = nullptr)
 {
     DecryptManager manager;
     manager.onChangeNumThreads(threads);
+    if (idle)
+        *idle = bench::residentKiB();
+    bench::resetPeak();
     manager.addFiles(paths);
     QEventLoop loop;
     QObject::connect(&manager, &DecryptManager::allFinished, &loop, [&] {
         if (!manager.isBusy())
             loop.quit();
     });
-    return bench::runHere([&] {
+    const bench::Measure m = bench::runHere([&] {
         manager.start(QString::fromLatin1(kPassphrase));
         loop.exec();
         return manager.finishedCount() == paths.size();
     });
+    if (peak)
+        *peak = bench::peakKiB();
+    return m;
 }
 
-void printLine(const QString &name, const bench::Measure &m, int files)
+void measureBatch(const QTemporaryDir &dir, int count, int size)
 {
-    if (!m.ok) {
-        std::printf("  %-22s failed\n", qPrintable(name));
-        return;
-    }
-    std::printf("  %-22s %7.3f s %9.0f files/s   cpu %6.3f s\n", qPrintable(name), m.seconds,
-                files / m.seconds, m.cpuSeconds);
+    const QStringList paths = makeEnvelopes(dir.filePath(QStringLiteral("batch")), count, size);
+    long peak = 0, idle = 0;
+    const bench::Measure m = decryptAll(paths, 2, &peak, &idle);
+    if (!m.ok)
+        qFatal("the batch did not decrypt");
+    std::printf("batch of %d envelopes of %d bytes, 2 threads: %.1f s, %.0f files/s, "
+                "resident before %.1f MiB, peak %.1f MiB\n",
+                count, size, m.seconds, count / m.seconds, idle / 1024.0, peak / 1024.0);
+    bench::Figure above;
+    above.add((peak - idle) / 1024.0);
+    const QByteArray figure =
+        QStringLiteral("batch of %1 small envelopes: peak above idle").arg(count).toUtf8();
+    bench::report(figure.constData(), above, "MiB", "<= 64", 1, true);
 }
 
 } // namespace
@@ -67,45 +85,50 @@ int main(int argc, char **argv)
     QCoreApplication app(argc, argv);
     const int count = argc > 1 ? QByteArray(argv[1]).toInt() : 2000;
     const int size = argc > 2 ? QByteArray(argv[2]).toInt() : 4096;
+    const int batch = argc > 3 ? QByteArray(argv[3]).toInt() : 100000;
     QTemporaryDir dir;
     // Every run gets a folder of its own and nothing is deleted before the
     // end: some file systems make creating files slow for a while after many
     // deletions, which would measure the previous run instead of this one.
     int folders = 0;
-    QString folder;
-    QStringList paths;
     const auto freshFolder = [&] {
-        folder = dir.filePath(QStringLiteral("envelopes%1").arg(folders++));
-        paths = makeEnvelopes(folder, count, size);
-        if (paths.isEmpty())
-            qFatal("cannot write the envelopes");
+        return makeEnvelopes(dir.filePath(QStringLiteral("envelopes%1").arg(folders++)), count,
+                             size);
     };
-    std::printf("%d envelopes of %d bytes in %s, best of 3\n", count, size,
-                qPrintable(QDir::tempPath()));
-    // Thread counts take turns, so a disturbance of the machine does not
-    // fall on one of them alone; each keeps its best run.
-    const QList<int> threadCounts = {1, 2, 8};
-    QVector<bench::Measure> results(threadCounts.size());
-    for (int repeat = 0; repeat < 3; ++repeat) {
-        for (int i = 0; i < threadCounts.size(); ++i) {
-            freshFolder();
-            const bench::Measure m = decryptAll(paths, threadCounts[i]);
-            if (repeat == 0 || !m.ok || m.seconds < results[i].seconds)
-                results[i] = m;
-        }
+    std::printf("%d envelopes of %d bytes in %s, %d interleaved rounds\n", count, size,
+                qPrintable(QDir::tempPath()), bench::kRounds);
+    bench::Figure one, two, copy, oneCpu, twoCpu, vsCopy, scaling;
+    for (int round = 0; round < bench::kRounds; ++round) {
+        const bench::Measure a = decryptAll(freshFolder(), 1);
+        long peak = 0;
+        const QStringList paths = freshFolder();
+        const bench::Measure b = decryptAll(paths, 2, &peak);
+        const QString target = dir.filePath(QStringLiteral("copy%1").arg(round));
+        const bench::Measure c = bench::runCommand(
+            QStringLiteral("cp"), {"-r", QFileInfo(paths.first()).path(), target});
+        if (!a.ok || !b.ok || !c.ok)
+            qFatal("a run failed");
+        one.add(count / a.seconds);
+        two.add(count / b.seconds);
+        copy.add(count / c.seconds);
+        oneCpu.add(a.cpuSeconds);
+        twoCpu.add(b.cpuSeconds);
+        vsCopy.add(c.seconds / b.seconds);
+        scaling.add(a.seconds / b.seconds);
+        vsCopy.notePeak(peak);
+        scaling.notePeak(peak);
     }
-    for (int i = 0; i < threadCounts.size(); ++i)
-        printLine(QStringLiteral("%1 thread(s) allowed").arg(threadCounts[i]), results[i], count);
-    const double oneThread = results[0].ok ? results[0].seconds : 0;
-    const double twoThreads = results[1].ok ? results[1].seconds : 0;
-    int copies = 0;
-    const bench::Measure cp = bench::best(3, [] {}, [&] {
-        const QString copy = dir.filePath(QStringLiteral("copy%1").arg(copies++));
-        return bench::runCommand(QStringLiteral("cp"), {"-r", folder, copy});
-    });
-    printLine(QStringLiteral("cp -r"), cp, count);
-    if (oneThread > 0 && twoThreads > 0)
-        std::printf("  2 threads / 1 thread:  %.2f  (goal >= 1.6 on two cores)\n",
-                    oneThread / twoThreads);
+    bench::report("1 thread", one, "files/s", "", 0);
+    bench::report("1 thread, CPU seconds", oneCpu, "s", "");
+    bench::report("2 threads", two, "files/s", "", 0);
+    bench::report("2 threads, CPU seconds", twoCpu, "s", "");
+    bench::report("cp -r", copy, "files/s", "", 0);
+    const QString files = QStringLiteral("%1 envelopes of %2 bytes").arg(count).arg(size);
+    bench::report((files + ", 2 threads / cp -r").toUtf8().constData(), vsCopy, "x", ">= 1.0", 3,
+                  true);
+    bench::report((files + ", 2 threads / 1 thread").toUtf8().constData(), scaling, "x",
+                  ">= 1.7", 3, true);
+    if (batch > 0)
+        measureBatch(dir, batch, size);
     return 0;
 }

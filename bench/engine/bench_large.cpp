@@ -1,6 +1,7 @@
 // One large envelope decrypted end to end by a worker (file to file, page
 // cache warm), beside `openssl enc -d -aes-128-ctr` and a 64 KiB `dd` copy
-// of a file of the same size. Size in MiB: first argument (default 256).
+// of a file of the same size, in interleaved rounds. Size in MiB: first
+// argument (default 256).
 #include <unistd.h>
 
 #include <cstdio>
@@ -13,21 +14,12 @@
 #include <engine/VextDecryptWorker.h>
 #include <envelope_writer/EnvelopeWriter.h>
 
+#include "BenchStats.h"
 #include "BenchSupport.h"
 
 namespace {
 
 const char *kPassphrase = "bench passphrase";
-
-void printLine(const char *name, const bench::Measure &m, double mib)
-{
-    if (!m.ok) {
-        std::printf("  %-26s failed\n", name);
-        return;
-    }
-    std::printf("  %-26s %8.3f s %9.1f MiB/s   cpu %6.3f s\n", name, m.seconds, mib / m.seconds,
-                m.cpuSeconds);
-}
 
 bench::Measure decryptWithWorker(const QString &envelope, const QString &output)
 {
@@ -62,34 +54,44 @@ int main(int argc, char **argv)
         QFile::remove(output);
         ::sync(); // the previous run's write-back stays out of the next timing
     };
-    const int repeats = 3;
-    std::printf("%llu MiB envelope, file to file, page cache warm, best of %d\n",
-                static_cast<unsigned long long>(mib), repeats);
-
-    const bench::Measure worker =
-        bench::best(repeats, prepare, [&] { return decryptWithWorker(envelope, output); });
-    printLine("worker decrypt", worker, double(mib));
-
+    std::printf("%llu MiB envelope, file to file, page cache warm, %d interleaved rounds\n",
+                static_cast<unsigned long long>(mib), bench::kRounds);
     const QString zeros = QStringLiteral("00112233445566778899aabbccddeeff");
-    const bench::Measure openssl = bench::best(repeats, prepare, [&] {
-        return bench::runCommand(QStringLiteral("openssl"),
-                                 {"enc", "-d", "-aes-128-ctr", "-K", zeros, "-iv", zeros, "-in",
-                                  envelope, "-out", output});
-    });
-    printLine("openssl enc -d -aes-128-ctr", openssl, double(mib));
-
-    const bench::Measure copy = bench::best(repeats, prepare, [&] {
-        return bench::runCommand(QStringLiteral("dd"),
-                                 {"if=" + envelope, "of=" + output, "bs=64k", "status=none"});
-    });
-    printLine("dd bs=64k copy", copy, double(mib));
-    prepare();
-
-    if (worker.ok && openssl.ok && copy.ok) {
-        std::printf("  worker speed / openssl:  %.2f  (goal >= 1.5)\n",
-                    openssl.seconds / worker.seconds);
-        std::printf("  worker speed / dd copy:  %.2f  (goal >= 0.6)\n",
-                    copy.seconds / worker.seconds);
+    bench::Figure worker, workerCpu, openssl, copy, vsCopy, vsOpenssl;
+    bool ok = true;
+    for (int round = 0; ok && round < bench::kRounds; ++round) {
+        prepare();
+        bench::resetPeak();
+        const bench::Measure w = decryptWithWorker(envelope, output);
+        worker.notePeak(bench::peakKiB());
+        vsCopy.notePeak(bench::peakKiB());
+        prepare();
+        const bench::Measure o = bench::runCommand(
+            QStringLiteral("openssl"), {"enc", "-d", "-aes-128-ctr", "-K", zeros, "-iv", zeros,
+                                        "-in", envelope, "-out", output});
+        prepare();
+        const bench::Measure d = bench::runCommand(
+            QStringLiteral("dd"), {"if=" + envelope, "of=" + output, "bs=64k", "status=none"});
+        ok = w.ok && o.ok && d.ok;
+        worker.add(double(mib) / w.seconds);
+        workerCpu.add(w.cpuSeconds);
+        openssl.add(double(mib) / o.seconds);
+        copy.add(double(mib) / d.seconds);
+        vsCopy.add(d.seconds / w.seconds);
+        vsOpenssl.add(o.seconds / w.seconds);
     }
-    return worker.ok ? 0 : 1;
+    prepare();
+    if (!ok) {
+        std::fprintf(stderr, "bench_engine_large: a run failed\n");
+        return 1;
+    }
+    bench::report("worker decrypt", worker, "MiB/s", "", 1);
+    bench::report("worker decrypt, CPU seconds", workerCpu, "s", "");
+    bench::report("openssl enc -d -aes-128-ctr", openssl, "MiB/s", "", 1);
+    bench::report("dd bs=64k copy", copy, "MiB/s", "", 1);
+    bench::report("worker speed / openssl", vsOpenssl, "x", "");
+    const QByteArray figure =
+        QStringLiteral("one %1 MiB envelope, file to file / dd bs=64k").arg(mib).toUtf8();
+    bench::report(figure.constData(), vsCopy, "x", ">= 0.9", 3, true);
+    return 0;
 }
