@@ -33,8 +33,14 @@ struct Figure {
         const size_t n = sorted.size();
         return n % 2 ? sorted[n / 2] : (sorted[n / 2 - 1] + sorted[n / 2]) / 2;
     }
-    double low() const { return values.empty() ? 0 : *std::min_element(values.begin(), values.end()); }
-    double high() const { return values.empty() ? 0 : *std::max_element(values.begin(), values.end()); }
+    double low() const
+    {
+        return values.empty() ? 0 : *std::min_element(values.begin(), values.end());
+    }
+    double high() const
+    {
+        return values.empty() ? 0 : *std::max_element(values.begin(), values.end());
+    }
 };
 
 // A field of /proc/self/status in KiB ("VmHWM", "VmRSS"); 0 where there is none.

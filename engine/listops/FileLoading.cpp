@@ -33,12 +33,20 @@ struct FolderListing {
     QVector<FolderEntry> entries;
     QSet<QString> sideFiles; // every visible name that ends in the side-file suffix
     bool complete = true;    // the listing read to its end
+
+    bool mayHaveSideFile(const QString &name) const
+    {
+        return !complete
+               || (!sideFiles.isEmpty()
+                   && sideFiles.contains(name + QLatin1String(kSideFileSuffix)));
+    }
 };
 
 bool endsWith(const char *name, const char *suffix)
 {
     const size_t length = strlen(name), suffixLength = strlen(suffix);
-    return length >= suffixLength && memcmp(name + length - suffixLength, suffix, suffixLength) == 0;
+    return length >= suffixLength
+           && memcmp(name + length - suffixLength, suffix, suffixLength) == 0;
 }
 
 // The regular files of folder that match nameFilter and, with folders, all
@@ -126,9 +134,7 @@ QStringList walkFolder(const QString &folder, const QString &nameFilter, bool re
         if (cancelled())
             return QStringList();
         const QString path = prefix + entry.name;
-        const bool sideFile = !listing.complete
-                              || listing.sideFiles.contains(entry.name + QLatin1String(kSideFileSuffix));
-        if (!onlyEncrypted || isEnvelopeFile(path, entry.name, sideFile))
+        if (!onlyEncrypted || isEnvelopeFile(path, entry.name, listing.mayHaveSideFile(entry.name)))
             found << path;
     }
     for (const QString &name : qAsConst(subFolders)) {

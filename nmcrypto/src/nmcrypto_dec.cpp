@@ -9,6 +9,7 @@
 
 #include <openssl/crypto.h>
 #include <openssl/evp.h>
+#include <stddef.h>
 #include <stdlib.h>
 #include <string.h>
 
@@ -46,9 +47,14 @@ uint32_t refill(nm_crypto_dec_t *dec) {
   size_t got = 0;
   uint32_t err = nm_file_read(&dec->file, dec->buffer, NM_CRYPTO_WORK_SIZE, &got);
   if (err != 0) {
+    nm_crypto_buffer_used(dec, NM_CRYPTO_WORK_SIZE);  // what a failed read left is unknown
     nm_crypto_set_message(dec, "Cannot read file", err, nullptr);
     return NM_CRYPTO_IO;
   }
+  // The last block is decrypted whole: its bytes past the file's are zeros,
+  // not whatever the never-cleared buffer held.
+  memset(dec->buffer + got, 0, roundUp16(got) - got);
+  nm_crypto_buffer_used(dec, roundUp16(got));
   if (got < NM_CRYPTO_WORK_SIZE && got < dec->remaining) {
     nm_crypto_set_message(dec, "Read failed", 0, nullptr);
     return NM_CRYPTO_IO;
@@ -105,14 +111,28 @@ void nm_crypto_set_message(nm_crypto_dec_t *dec, const char *text, uint32_t sys_
              sizeof dec->message, &length);
 }
 
+namespace {
+
+const size_t kBufferAt = offsetof(nm_crypto_dec_t, buffer);
+const size_t kAfterBuffer = offsetof(nm_crypto_dec_t, scratch);
+
+}  // namespace
+
 nm_crypto_dec_t *nm_crypto_dec_new(void) {
   // Page-aligned, so the file reads land on whole pages of the work buffer.
   void *memory = aligned_alloc(alignof(nm_crypto_dec_t), sizeof(nm_crypto_dec_t));
   if (!memory) return nullptr;
   auto *dec = static_cast<nm_crypto_dec_t *>(memory);
-  memset(dec, 0, sizeof *dec);
+  // Everything but the work buffer, which is only ever read where a file read filled it.
+  memset(dec, 0, kBufferAt);
+  memset(reinterpret_cast<uint8_t *>(dec) + kAfterBuffer, 0, sizeof *dec - kAfterBuffer);
   nm_file_init(&dec->file);
   return dec;
+}
+
+void nm_crypto_wipe_buffer(nm_crypto_dec_t *dec) {
+  OPENSSL_cleanse(dec->buffer, dec->dirty);
+  dec->dirty = 0;
 }
 
 void nm_crypto_dec_free(nm_crypto_dec_t **dec) {
@@ -121,7 +141,10 @@ void nm_crypto_dec_free(nm_crypto_dec_t **dec) {
   free(d->owned);
   nm_keystream_free(&d->stream);
   nm_file_close(&d->file);
-  OPENSSL_cleanse(d, sizeof *d);  // file key, tail and plaintext alike
+  // File key, tail and plaintext alike.
+  OPENSSL_cleanse(d, kBufferAt);
+  nm_crypto_wipe_buffer(d);
+  OPENSSL_cleanse(reinterpret_cast<uint8_t *>(d) + kAfterBuffer, sizeof *d - kAfterBuffer);
   free(d);
   *dec = nullptr;
 }

@@ -27,6 +27,7 @@ struct nm_crypto_dec {
   uint64_t position;          /* payload offset of the work buffer's first byte; a multiple of 128 */
   uint64_t fill;              /* ciphertext bytes in the work buffer */
   uint64_t consumed;          /* of them, delivered as plaintext */
+  uint64_t dirty;             /* leading bytes of the work buffer file data may have reached */
   /* The work buffer holds ciphertext (or the tail while examining); reads
    * decrypt from it straight into the caller's buffer. A chunk that a read
    * delivers only in part stays decrypted in carry for the next read. */
@@ -40,6 +41,16 @@ struct nm_crypto_dec {
   char message[NM_CRYPTO_MESSAGE_SIZE];
   void *owned;                /* released at free; nothing sets it yet */
 };
+
+/* Notes that the first bytes of the work buffer may hold file data. Only
+ * those are wiped, so that a small file doesn't pay for 64 KiB; the rest of
+ * the buffer is never zeroed either. */
+static inline void nm_crypto_buffer_used(nm_crypto_dec_t *dec, uint64_t bytes) {
+  if (bytes > dec->dirty) dec->dirty = bytes < NM_CRYPTO_WORK_SIZE ? bytes : NM_CRYPTO_WORK_SIZE;
+}
+
+/* Wipes what file data reached in the work buffer. */
+void nm_crypto_wipe_buffer(nm_crypto_dec_t *dec);
 
 /* Sets the message (cut to 255 characters). With a non-zero sys_error the
  * number goes to *slot (when given) and the system's text is appended. */

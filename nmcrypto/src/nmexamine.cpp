@@ -54,6 +54,7 @@ uint32_t readTail(nm_crypto_dec_t *dec, nm_file_t *file, bool recognising, size_
   err = recognising ? 0 : nm_file_seek(file, static_cast<int64_t>(start), 0);
   if (err != 0) return ioFailure(dec, "Cannot seek in file: ", err, sys_error);
   *size = static_cast<size_t>(total - start);
+  nm_crypto_buffer_used(dec, *size);
   size_t got = 0;
   err = recognising ? nm_file_read_at(file, start, dec->buffer, *size, &got)
                     : nm_file_read(file, dec->buffer, *size, &got);
@@ -172,13 +173,11 @@ uint32_t probe(const char *path, uint32_t *sys_error, int depth, bool sideFile) 
   if (!t_probe.dec) t_probe.dec = nm_crypto_dec_new();
   nm_crypto_dec_t *dec = t_probe.dec;
   if (!dec) return NM_CRYPTO_IO;
-  dec->status.size = 0;
   // Matched or not, a trailer that walks makes an envelope: no key check.
   uint32_t rc = openRecognised(dec, path, sys_error);
   if (rc == NM_CRYPTO_OK) rc = nm_crypto_examine(dec, &dec->file, "", 0, sys_error);
   nm_file_close(&dec->file);
-  const uint64_t tail = dec->status.size;  // what examining may have read, as at free
-  OPENSSL_cleanse(dec->buffer, tail < NM_TRAILER_TAIL_MAX ? tail : NM_TRAILER_TAIL_MAX);
+  nm_crypto_wipe_buffer(dec);  // the tail, as at free
   if (rc != NM_CRYPTO_CORRUPT) return rc;
   char name[NM_CRYPTO_PATH_SIZE];
   bool side = sideFile && depth < kMaxProbeDepth && sideFileName(path, name) &&

@@ -20,6 +20,8 @@ namespace {
 
 std::atomic<bool> g_allowWide{true};
 
+static_assert(sizeof(nm_keystream_t::round_keys) == NM_WIDE_ROUND_KEYS, "one key schedule");
+
 typedef uint8_t v16 __attribute__((vector_size(16)));
 
 const size_t kChunk = NM_KEYSTREAM_CHUNK;
@@ -128,10 +130,6 @@ void chainSlice(const uint8_t *e, const uint8_t *in, uint8_t *out, size_t length
     chain(e + c, in + c, out + c, length - c < kChunk ? length - c : kChunk);
 }
 
-}  // namespace
-
-namespace {
-
 // The OpenSSL path: per slice of the scratch, one ECB call over the inputs.
 int decryptNarrow(EVP_CIPHER_CTX *ctx, const uint8_t iv[16], uint64_t first, const uint8_t *in,
                   uint8_t *out, size_t length, uint8_t *scratch) {
@@ -152,8 +150,9 @@ bool wideAgrees(nm_keystream_t *ks) {
   static const uint8_t iv[16] = {0x80, 1, 2, 3, 4, 5, 6, 7, 8, 9, 10, 11, 12, 13, 14, 0xff};
   uint8_t in[kChunk], wide[kChunk], narrow[kChunk], scratch[kChunk];
   for (size_t i = 0; i < kChunk; ++i) in[i] = static_cast<uint8_t>(i * 37 + 11);
-  nm_wide_decrypt(ks->round_keys, iv, 0x0102030405060708u, in, wide, kChunk);
-  const bool same = decryptNarrow(ks->ctx, iv, 0x0102030405060708u, in, narrow, kChunk, scratch) == 0 &&
+  const uint64_t chunk = 0x0102030405060708u;
+  nm_wide_decrypt(ks->round_keys, iv, chunk, in, wide, kChunk);
+  const bool same = decryptNarrow(ks->ctx, iv, chunk, in, narrow, kChunk, scratch) == 0 &&
                     memcmp(wide, narrow, kChunk) == 0;
   OPENSSL_cleanse(wide, sizeof wide);
   OPENSSL_cleanse(narrow, sizeof narrow);

@@ -44,11 +44,12 @@ NM_WIDE_TARGET inline void transpose(__m512i &a, __m512i &b, __m512i &c, __m512i
 // of a group comes before its stores, so in may equal out.
 NM_WIDE_TARGET void decryptGroups(const uint8_t *roundKeys, const uint8_t iv[16], uint64_t chunk,
                                   const uint8_t *in, uint8_t *out, size_t groups) {
+  const __m128i *keys = reinterpret_cast<const __m128i *>(roundKeys);
   __m512i k[11];
-  for (int r = 0; r < 11; ++r)
-    k[r] = _mm512_broadcast_i32x4(_mm_loadu_si128(reinterpret_cast<const __m128i *>(roundKeys) + r));
+  for (int r = 0; r < 11; ++r) k[r] = _mm512_broadcast_i32x4(_mm_loadu_si128(keys + r));
   const __m512i bias = _mm512_set1_epi8(0x5A);
-  const __m512i ivLanes = _mm512_broadcast_i32x4(_mm_loadu_si128(reinterpret_cast<const __m128i *>(iv)));
+  const __m512i ivLanes =
+      _mm512_broadcast_i32x4(_mm_loadu_si128(reinterpret_cast<const __m128i *>(iv)));
   // Byte-reverses the low half of each lane: the chunk number goes in big-endian.
   const __m512i bigEndian = _mm512_broadcast_i32x4(
       _mm_set_epi8(15, 14, 13, 12, 11, 10, 9, 8, 0, 1, 2, 3, 4, 5, 6, 7));
