@@ -106,21 +106,22 @@ Decrypted decryptFile(const std::string &path, const char *passphrase,
   Decrypted d;
   nm_crypto_dec_t *dec = nm_crypto_dec_new();
   d.openRc = nm_crypto_dec_open(passphrase, path.c_str(), dec, &d.sysError);
-  std::vector<uint8_t> storage(70000 + 256);
+  std::vector<uint8_t> storage(70000 + 512, kUntouched);
   uint8_t *buffer = storage.data() + offset + 64 - reinterpret_cast<uintptr_t>(storage.data()) % 64;
   uint64_t count = d.openRc == 0;
   for (size_t i = 0, failures = 0; count != 0 && failures < 2; ++i) {
     const size_t size = sizes[i % sizes.size()];
-    std::fill(storage.begin(), storage.end(), kUntouched);
+    uint8_t *end = buffer + size + 256;  // a stray write lands near the buffer, if anywhere
     const uint32_t rc = nm_crypto_dec_read(dec, buffer, size, &count);
     const auto changed = [](uint8_t b) { return b != kUntouched; };
     uint8_t *allowed = buffer + std::min<uint64_t>(size, rc ? 0 : count + 15);
     d.strayWrites = d.strayWrites || std::any_of(storage.data(), buffer, changed) ||
-                    std::any_of(allowed, storage.data() + storage.size(), changed);
+                    std::any_of(allowed, end, changed);
     d.readRc = d.readRc ? d.readRc : rc;
     failures += rc != 0;
     if (rc != 0) count = 1;
     else d.plaintext.append(reinterpret_cast<char *>(buffer), count), d.counts.push_back(count);
+    std::fill(buffer, end, kUntouched);
   }
   d.message = nm_crypto_dec_error_text(dec);
   nm_crypto_dec_free(&dec);
