@@ -5,6 +5,9 @@
 // Arguments: file count (default 2000), size in bytes (default 4096), batch
 // count (default 100000, 0 skips the batch). Folders are made under TMPDIR.
 #include <cstdio>
+#ifdef __GLIBC__
+#include <malloc.h>
+#endif
 
 #include <QCoreApplication>
 #include <QDir>
@@ -21,18 +24,33 @@ namespace {
 
 const char *kPassphrase = "bench passphrase";
 
+QStringList envelopePaths(const QString &folder, int count)
+{
+    QStringList paths;
+    for (int i = 0; i < count; ++i)
+        paths << folder + QStringLiteral("/f%1.nimbra-env").arg(i);
+    return paths;
+}
+
 QStringList makeEnvelopes(const QString &folder, int count, int size)
 {
     QDir().mkpath(folder);
-    QStringList paths;
-    for (int i = 0; i < count; ++i) {
-        const QString path = folder + QStringLiteral("/f%1.nimbra-env").arg(i);
+    const QStringList paths = envelopePaths(folder, count);
+    for (const QString &path : paths) {
         if (!envelope_writer::writePatternEnvelope(QFile::encodeName(path).toStdString(),
                                                    quint64(size), kPassphrase))
             qFatal("cannot write the envelopes");
-        paths << path;
     }
     return paths;
+}
+
+// Hands freed heap back to the system, so that resident sizes measure what
+// is in use, not what earlier work left behind.
+void returnFreedMemory()
+{
+#ifdef __GLIBC__
+    malloc_trim(0);
+#endif
 }
 
 // Decrypts paths; with peak, *peak receives the peak resident size (KiB) of
@@ -58,12 +76,15 @@ bench::Measure decryptAll(const QStringList &paths, int threads, long *peak = nu
     return m;
 }
 
-// Runs first, so that its idle size is the program's: nothing measured before
-// has grown the heap. The paths count above idle, as a load would hold them.
+// The idle size is taken once the envelopes are written; the paths count
+// above it, as a load would hold them.
 void measureBatch(const QTemporaryDir &dir, int count, int size)
 {
+    const QString folder = dir.filePath(QStringLiteral("batch"));
+    makeEnvelopes(folder, count, size);
+    returnFreedMemory();
     const long idle = bench::residentKiB();
-    const QStringList paths = makeEnvelopes(dir.filePath(QStringLiteral("batch")), count, size);
+    const QStringList paths = envelopePaths(folder, count);
     long peak = 0;
     const bench::Measure m = decryptAll(paths, 2, &peak);
     if (!m.ok)
@@ -97,6 +118,7 @@ int main(int argc, char **argv)
     };
     if (batch > 0)
         measureBatch(dir, batch, size);
+    returnFreedMemory();
     std::printf("%d envelopes of %d bytes in %s, %d interleaved rounds\n", count, size,
                 qPrintable(QDir::tempPath()), bench::kRounds);
     bench::Figure one, two, copy, oneCpu, twoCpu, vsCopy, scaling;
