@@ -122,6 +122,7 @@ void MainWindow::onAboutToQuit()
     // before the task manager is destroyed.
     tasks->wait();
     TaskManager::release();
+    ui->_phraseTxt->clearSecret();
     clearTable();
     saveSettings();
 }

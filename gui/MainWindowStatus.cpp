@@ -96,6 +96,9 @@ void MainWindow::onDecryptManagerStart(int startNum)
 
 void MainWindow::onDecryptManagerFinished()
 {
+    // The batch is over, and its passphrase with it: the manager has wiped
+    // its copies, the field wipes the window's.
+    ui->_phraseTxt->clearSecret();
     DecryptManager *manager = DecryptManager::instance();
     if (manager->pendingCount() == 0) {
         ui->_progressBar->setValue(ui->_progressBar->maximum());

@@ -1,5 +1,6 @@
 // The passphrase field: a line edit that tells accessibility tools when it
-// gains the focus, so screen readers announce it like a native control.
+// gains the focus, so screen readers announce it like a native control, and
+// that can be emptied without leaving its text behind in memory.
 #pragma once
 
 #include <QLineEdit>
@@ -14,10 +15,26 @@ class NmQLineEdit : public QLineEdit
 public:
     explicit NmQLineEdit(QWidget *parent = nullptr);
 
+    // Empties the field for good: the characters it held are overwritten,
+    // and its undo and redo history, which could bring them back, is
+    // forgotten and overwritten too. Emits textChanged("") once when there
+    // was text. Also done by itself, soon after a person empties the field.
+    void clearSecret();
+
 protected:
     // Posts one accessibility focus event, then behaves as QLineEdit: the
     // text and the selection are left as they are.
     void focusInEvent(QFocusEvent *event) override;
+
+private:
+    void onTextChanged(const QString &text);
+    void prepareStorage(int records);
+
+    // At least as many undo records as the toolkit may hold since the last
+    // clearing (an edit records at most what it removed and inserted).
+    int m_records = 0;
+    int m_lastLength = 0;
+    bool m_clearing = false;
 };
 
 } // namespace Gui

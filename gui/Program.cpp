@@ -5,6 +5,7 @@
 #include "Version.h"
 
 #include <Windowless.h>
+#include <engine/DecryptManager.h>
 #include <localization/LocaleLoader.h>
 #include <localization/LocaleText.h>
 
@@ -12,6 +13,8 @@
 #include <cstdlib>
 #include <memory>
 #include <vector>
+
+#include <sys/prctl.h>
 
 namespace {
 
@@ -79,6 +82,9 @@ int runWindow(int argc, char **argv, const std::function<void(MainWindow *)> &af
 
     const int code = app->exec();
     delete window;
+    // A batch stopped at exit still holds copies of its passphrase in the
+    // manager, its tasks and workers: they are overwritten as these go.
+    DecryptManager::release();
     return code;
 }
 
@@ -86,6 +92,11 @@ int runWindow(int argc, char **argv, const std::function<void(MainWindow *)> &af
 
 int runProgram(int argc, char **argv, std::function<void(MainWindow *)> afterShow)
 {
+    // For the whole life of the program, before any passphrase is read: no
+    // core dump (which would hold the passphrase and plaintext), and no
+    // other process of the same user may attach to it or read its memory.
+    prctl(PR_SET_DUMPABLE, 0, 0, 0, 0);
+
     // Set before anything opens a settings store, which these values key.
     QCoreApplication::setOrganizationName(QStringLiteral(NM_ORGANIZATION));
     QCoreApplication::setOrganizationDomain(QStringLiteral(NM_ORGANIZATION_DOMAIN));

@@ -2,6 +2,7 @@
 
 #include <QDir>
 
+#include <engine/SecretText.h>
 #include <localization/LocaleText.h>
 
 CryptTask::CryptTask(const QString &path, QObject *parent)
@@ -15,7 +16,7 @@ CryptTask::CryptTask() : Task(nullptr) {}
 
 CryptTask::CryptTask(const CryptTask &other)
     : Task(nullptr),
-      m_passphrase(other.m_passphrase),
+      m_passphrase(secret_text::ownedCopy(other.m_passphrase)),
       m_sourcePath(other.m_sourcePath),
       m_addedPath(other.m_addedPath),
       m_outputPath(other.m_outputPath),
@@ -30,7 +31,10 @@ CryptTask::CryptTask(const CryptTask &other)
     m_workerIndex = other.m_workerIndex;
 }
 
-CryptTask::~CryptTask() = default;
+CryptTask::~CryptTask()
+{
+    secret_text::wipe(m_passphrase);
+}
 
 QString CryptTask::statusText() const
 {
@@ -58,7 +62,13 @@ void CryptTask::setWorkerIndex(int index)
 
 void CryptTask::setPassphrase(const QString &passphrase)
 {
-    m_passphrase = passphrase;
+    secret_text::wipe(m_passphrase);
+    m_passphrase = secret_text::ownedCopy(passphrase);
+}
+
+void CryptTask::clearPassphrase()
+{
+    secret_text::wipe(m_passphrase);
 }
 
 void CryptTask::setSourcePath(const QString &path)

@@ -1,5 +1,6 @@
 #include <engine/DecryptManager.h>
 
+#include <engine/SecretText.h>
 #include <localization/LocaleText.h>
 
 #include "OutputNaming.h"
@@ -66,6 +67,7 @@ DecryptManager::~DecryptManager()
     qDeleteAll(m_finished);
     qDeleteAll(m_failed);
     qDeleteAll(m_cancelled);
+    secret_text::wipe(m_passphrase);
 }
 
 void DecryptManager::setDeleteEncryptedProvider(std::function<bool()> provider)
@@ -90,7 +92,8 @@ void DecryptManager::start(const QString &passphrase)
         if (m_pending.isEmpty())
             return;
         m_stopRequested = false;
-        m_passphrase = passphrase;
+        secret_text::wipe(m_passphrase);
+        m_passphrase = secret_text::ownedCopy(passphrase);
         count = m_pending.size();
     }
     // The previous batch is over, but the report of its dispatcher's end has
@@ -185,8 +188,10 @@ CryptTask *DecryptManager::returnWorker(VextDecryptWorker *worker,
     if (!m_busyWorkers.contains(worker))
         return nullptr;
     CryptTask *task = worker->task();
-    if (task)
+    if (task) {
         fileTask(task);
+        task->clearPassphrase();
+    }
     m_busyWorkers.removeOne(worker);
     worker->reset();
     m_idleWorkers.prepend(worker);
@@ -204,9 +209,11 @@ void DecryptManager::finishBatchIfIdle()
     if (!m_batchActive || isRunning())
         return;
     {
-        QReadLocker locker(&m_lock);
+        QWriteLocker locker(&m_lock);
         if (!m_busyWorkers.isEmpty())
             return;
+        // Every task has its own copy by now, and has wiped it.
+        secret_text::wipe(m_passphrase);
     }
     m_batchActive = false;
     emit allFinished();

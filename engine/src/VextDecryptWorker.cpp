@@ -4,6 +4,7 @@
 #include <QFileInfo>
 
 #include <engine/CryptTask.h>
+#include <engine/SecretText.h>
 #include <localization/LocaleText.h>
 
 #include <nmplatform/nmwipe.h>
@@ -50,6 +51,7 @@ VextDecryptWorker::~VextDecryptWorker()
     quit();
     wait();
     nm_crypto_dec_free(&m_decrypter);
+    secret_text::wipe(m_passphrase);
 }
 
 void VextDecryptWorker::startTask(CryptTask *task)
@@ -63,7 +65,7 @@ void VextDecryptWorker::startTask(CryptTask *task)
     task->setStatus(Task::Decrypting);
     m_sourcePath = task->sourcePath();
     m_outputPath = task->outputPath();
-    m_passphrase = task->passphrase();
+    m_passphrase = secret_text::ownedCopy(task->passphrase());
     // The previous run may still be in its tail, which deletes its
     // dispatcher; start() would wait for that tail anyway. The thread takes
     // ownership of the new dispatcher and deletes it when the run ends.
@@ -91,7 +93,7 @@ void VextDecryptWorker::reset()
     QMutexLocker locker(&m_mutex);
     m_cancelRequested = false;
     m_resultCode = ResultOk;
-    m_passphrase.clear();
+    secret_text::wipe(m_passphrase);
     m_sourcePath.clear();
     m_outputPath.clear();
     m_errorText.clear();
@@ -171,6 +173,7 @@ void VextDecryptWorker::decrypt()
 
 // Opens the envelope and records what the decrypter found: L, where the
 // trailer stood and the envelope's identity, for the checks before delete.
+// The passphrase is needed no longer: both of the worker's copies go.
 bool VextDecryptWorker::openEnvelope()
 {
     QByteArray passphrase = m_passphrase.toUtf8();
@@ -178,7 +181,8 @@ bool VextDecryptWorker::openEnvelope()
     const uint32_t opened = nm_crypto_dec_open(passphrase.constData(),
                                                m_sourcePath.toUtf8().constData(), m_decrypter,
                                                &systemError);
-    nm_wipe(passphrase.data(), static_cast<size_t>(passphrase.size()));
+    secret_text::wipe(passphrase);
+    secret_text::wipe(m_passphrase);
     if (opened != NM_CRYPTO_OK) {
         failDecrypter(opened);
         return false;

@@ -2,6 +2,7 @@
 
 #include "StopSignals.h"
 
+#include <engine/SecretText.h>
 #include <localization/LocaleText.h>
 
 #include <QFile>
@@ -205,13 +206,8 @@ bool Passphrase::take(QString *error)
 
 void Passphrase::wipe()
 {
-    // The engine keeps copies of the text, which share these characters.
-    if (!m_text.isEmpty())
-        explicit_bzero(const_cast<QChar *>(m_text.constData()), size_t(m_text.size()) * sizeof(QChar));
-    m_text.clear();
-    if (m_bytes.capacity() > 0)
-        explicit_bzero(m_bytes.data(), size_t(m_bytes.capacity()));
-    m_bytes.clear();
+    secret_text::wipe(m_text);
+    secret_text::wipe(m_bytes);
 }
 
 } // namespace cli

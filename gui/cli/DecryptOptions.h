@@ -39,12 +39,11 @@ public:
     // terminal with echo off. Interrupted: a stop signal came while waiting.
     Outcome read(const DecryptOptions &options, QString *error);
 
-    // The passphrase. Its copies share the characters, so wipe() clears them
-    // in every copy made since.
+    // The passphrase. Whoever keeps it takes a copy of its own (the decrypt
+    // manager does), so that wipe() reaches these characters.
     const QString &text() const { return m_text; }
 
-    // Overwrites the characters (in every copy that shares them) and the
-    // bytes they were read from.
+    // Overwrites the characters and the bytes they were read from.
     void wipe();
 
 private:

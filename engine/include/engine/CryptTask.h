@@ -15,8 +15,9 @@ public:
     // sourcePath and addedPath both take path; registers the meta-type.
     CryptTask(const QString &path, QObject *parent);
     CryptTask();
-    // Copies every field; the copy has no parent.
+    // Copies every field; the copy has no parent and a passphrase of its own.
     CryptTask(const CryptTask &other);
+    // Overwrites the passphrase.
     ~CryptTask() override;
 
     // "Finished -> <output>" when finished, otherwise the base text.
@@ -24,6 +25,8 @@ public:
     // True for a CryptTask with exactly the same sourcePath.
     bool isSame(const Task *other) const override;
 
+    // Shares the task's characters: use it and let it go, never keep it
+    // (keep a secret_text::ownedCopy instead), or the wipe cannot reach it.
     QString passphrase() const { return m_passphrase; }
     QString sourcePath() const { return m_sourcePath; }
     QString addedPath() const { return m_addedPath; }
@@ -37,7 +40,10 @@ public:
 
     void setErrorMessage(const QString &message);
     void setWorkerIndex(int index);
+    // Keeps a copy of its own; the previous passphrase is overwritten.
     void setPassphrase(const QString &passphrase);
+    // Overwrites and empties the passphrase: for a task that has ended.
+    void clearPassphrase();
     void setSourcePath(const QString &path);
     void setOutputPath(const QString &path);
     void setOutputSuffixed(bool on);

@@ -46,6 +46,8 @@ public:
     // then sync each plaintext to stable storage). Default: never.
     void setDeleteEncryptedProvider(std::function<bool()> provider);
 
+    // Keeps a copy of passphrase until the batch ends (allFinished()), then
+    // overwrites it; each task's copy is overwritten when the task ends.
     void start(const QString &passphrase);
     void stop();
     bool isBusy();
@@ -130,6 +132,8 @@ private:
     int m_reserved = 10; // set at construction; no operation reads it
     int m_total = 0;
     bool m_stopRequested = false;
+    // The batch's passphrase, in characters of its own (each task takes its
+    // own copy); overwritten when the batch ends.
     QString m_passphrase;
     QString m_lastMessage;
     QTimer m_timer;
