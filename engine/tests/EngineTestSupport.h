@@ -43,11 +43,11 @@ inline QString envelope(const QString &path, const QByteArray &plain, const char
 
 // A 1 GiB envelope whose payload is a hole: costs no disk and decrypts (to
 // noise) for long enough that a cancel always lands mid-file.
-inline QString sparseEnvelope(const QString &path)
+inline QString sparseEnvelope(const QString &path, const char *pass = kPassphrase)
 {
     const qint64 size = qint64(1) << 30;
     QFile file(path);
-    const std::string trailer = envelope_writer::buildTrailer(quint64(size), kPassphrase);
+    const std::string trailer = envelope_writer::buildTrailer(quint64(size), pass);
     if (!file.open(QIODevice::WriteOnly) || !file.resize(size) || !file.seek(size)
         || file.write(trailer.data(), qint64(trailer.size())) != qint64(trailer.size()))
         qFatal("cannot write %s", qPrintable(path));
