@@ -12,9 +12,9 @@ namespace Gui {
 
 namespace {
 
-// Characters and edits that the field takes in place, without moving its
-// storage (see prepareStorage).
-const int kRoom = 1024;
+// Undo records made ready before anything is typed (see
+// overwriteUndoRecords): typing that many keys moves nothing in memory.
+const int kRecordRoom = 1024;
 // More edits than any passphrase takes; the bound on the overwriting work.
 const int kMaxRecords = 1 << 16;
 
@@ -23,8 +23,15 @@ const int kMaxRecords = 1 << 16;
 NmQLineEdit::NmQLineEdit(QWidget *parent)
     : QLineEdit(parent)
 {
-    prepareStorage(kRoom);
+    overwriteUndoRecords(kRecordRoom);
     connect(this, &QLineEdit::textChanged, this, &NmQLineEdit::onTextChanged);
+    connect(this, &QLineEdit::selectionChanged, this, &NmQLineEdit::keepVersions);
+}
+
+void NmQLineEdit::setEchoMode(EchoMode mode)
+{
+    QLineEdit::setEchoMode(mode);
+    keepVersions();
 }
 
 void NmQLineEdit::focusInEvent(QFocusEvent *event)
@@ -37,12 +44,15 @@ void NmQLineEdit::focusInEvent(QFocusEvent *event)
 void NmQLineEdit::clearSecret()
 {
     m_clearing = true;
-    // text() and displayText() share the toolkit's own strings: the typed
-    // text and, when it is shown, the laid-out copy.
+    // text() and displayText() share the toolkit's own strings: the text and
+    // the laid-out copy that shows it (or its bullets).
     secret_text::overwriteShared(text());
     secret_text::overwriteShared(displayText());
+    for (const QString &version : qAsConst(m_versions))
+        secret_text::overwriteShared(version);
+    m_versions.clear();
     setText(QString()); // forgets the undo history; its records stay in memory
-    prepareStorage(m_records);
+    overwriteUndoRecords(m_records);
     m_records = 0;
     m_lastLength = 0;
     m_clearing = false;
@@ -52,34 +62,46 @@ void NmQLineEdit::onTextChanged(const QString &text)
 {
     if (m_clearing)
         return;
+    keepVersions();
     m_records = qMin(kMaxRecords, m_records + m_lastLength + text.size() + 8);
     m_lastLength = text.size();
     if (text.isEmpty())
-        QMetaObject::invokeMethod(this, &NmQLineEdit::clearSecret, Qt::QueuedConnection);
+        QMetaObject::invokeMethod(this, &NmQLineEdit::clearIfEmpty, Qt::QueuedConnection);
 }
 
-// The toolkit keeps the text in one string and every edit as an undo record
-// that holds the character it inserted or removed. Both grow by moving to a
-// larger block and freeing the old one as it is, which would scatter pieces
-// of a passphrase over freed memory. Here both are written over and grown
-// before anything is typed: the undo records, which keep their room when the
-// history is forgotten, are overwritten with filler (at least `records` of
-// them), and the text becomes an empty string with room for kRoom
-// characters. Typing then stays in place, where clearSecret() reaches it.
-// Nothing of this is shown or signalled.
-void NmQLineEdit::prepareStorage(int records)
+void NmQLineEdit::keepVersions()
+{
+    for (const QString &version : {text(), displayText()}) {
+        if (m_versions.isEmpty() || m_versions.constLast().constData() != version.constData())
+            m_versions << version;
+    }
+}
+
+// Emptied by a person: what led there is wiped, unless typing has begun anew.
+void NmQLineEdit::clearIfEmpty()
+{
+    if (text().isEmpty())
+        clearSecret();
+}
+
+// The toolkit records every edit for undo, each record holding the character
+// it inserted or removed, in one array that keeps its room when the history
+// is forgotten and moves to a larger block (freeing the old one as it is)
+// when it grows. Inserting filler writes over the first `records` records in
+// place, and at least kRecordRoom of them, so that the array has grown before
+// anything is typed. Nothing of this is shown or signalled.
+void NmQLineEdit::overwriteUndoRecords(int records)
 {
     const QSignalBlocker blocker(this);
+    const int total = qMax(records, kRecordRoom);
     const int limit = qMax(1, maxLength());
-    for (int written = 0; written < qMax(records, kRoom);) {
-        const int count = qMin(qMax(records, kRoom) - written, limit);
+    for (int written = 0; written < total;) {
+        const int count = qMin(total - written, limit);
         selectAll();
         insert(QString(count, QLatin1Char('x')));
         written += count;
     }
-    QString room;
-    room.reserve(kRoom);
-    setText(room);
+    setText(QString());
 }
 
 } // namespace Gui

@@ -4,6 +4,7 @@
 #pragma once
 
 #include <QLineEdit>
+#include <QList>
 
 namespace Nmb {
 namespace Gui {
@@ -21,6 +22,10 @@ public:
     // was text. Also done by itself, soon after a person empties the field.
     void clearSecret();
 
+    // As QLineEdit's (which is not virtual): the text laid out anew for the
+    // new mode is kept for clearSecret() to overwrite.
+    void setEchoMode(EchoMode mode);
+
 protected:
     // Posts one accessibility focus event, then behaves as QLineEdit: the
     // text and the selection are left as they are.
@@ -28,8 +33,15 @@ protected:
 
 private:
     void onTextChanged(const QString &text);
-    void prepareStorage(int records);
+    void keepVersions();
+    void clearIfEmpty();
+    void overwriteUndoRecords(int records);
 
+    // Every version of the text and of its laid-out copy since the last
+    // clearing (the copy is laid out anew for a selection or an echo mode
+    // too). Held, so that the toolkit moves on to new strings instead of
+    // freeing these unwiped, and clearSecret() can overwrite them all.
+    QList<QString> m_versions;
     // At least as many undo records as the toolkit may hold since the last
     // clearing (an edit records at most what it removed and inserted).
     int m_records = 0;
