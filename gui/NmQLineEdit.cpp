@@ -44,10 +44,7 @@ void NmQLineEdit::focusInEvent(QFocusEvent *event)
 void NmQLineEdit::clearSecret()
 {
     m_clearing = true;
-    // text() and displayText() share the toolkit's own strings: the text and
-    // the laid-out copy that shows it (or its bullets).
-    secret_text::overwriteShared(text());
-    secret_text::overwriteShared(displayText());
+    keepVersions(); // the current ones too
     for (const QString &version : qAsConst(m_versions))
         secret_text::overwriteShared(version);
     m_versions.clear();
@@ -69,6 +66,8 @@ void NmQLineEdit::onTextChanged(const QString &text)
         QMetaObject::invokeMethod(this, &NmQLineEdit::clearIfEmpty, Qt::QueuedConnection);
 }
 
+// text() and displayText() share the toolkit's own strings: the text and
+// the laid-out copy that shows it (or its bullets).
 void NmQLineEdit::keepVersions()
 {
     for (const QString &version : {text(), displayText()}) {
