@@ -71,7 +71,10 @@ void NmQLineEdit::onTextChanged(const QString &text)
 void NmQLineEdit::keepVersions()
 {
     for (const QString &version : {text(), displayText()}) {
-        if (m_versions.isEmpty() || m_versions.constLast().constData() != version.constData())
+        bool held = false; // among the last two, the versions kept last time
+        for (int i = qMax(0, m_versions.size() - 2); i < m_versions.size(); ++i)
+            held = held || m_versions.at(i).constData() == version.constData();
+        if (!held)
             m_versions << version;
     }
 }
