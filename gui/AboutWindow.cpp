@@ -53,6 +53,8 @@ void AboutWindow::applyLocalizedTexts()
 {
     const QByteArray appName = QCoreApplication::applicationName().toUtf8();
     setWindowTitle(NM_TR("About - %s", appName.constData()));
+    // The group takes the focus when the window opens; a screen reader names it.
+    ui->groupBox->setAccessibleName(windowTitle());
     ui->label->setText(NM_TR("Orn Nimbra Crypt"));
     ui->versionLbl->setText(NM_TR("Release (%s)", NM_VERSION));
     ui->label_3->setText(NM_TR("Copyright (c) 2026 Nimbra. All rights reserved."));

@@ -32,6 +32,12 @@ BusyDialog::BusyDialog()
     setWindowFlags(Qt::Window | Qt::MSWindowsFixedSizeDialogHint | Qt::WindowTitleHint
                    | Qt::FramelessWindowHint);
     setWindowTitle(QStringLiteral("Processing"));
+    // Room for two lines above the animation: some messages are long in
+    // some languages.
+    const QRect text = ui->_label->geometry();
+    ui->_label->setGeometry(text.x(), text.y(), width() - text.x() - 12, ui->_animatedLbl->y() - text.y() - 4);
+    ui->_label->setAlignment(Qt::AlignLeft | Qt::AlignTop);
+    ui->_label->setWordWrap(true);
 
     applyLocalizedTexts();
 }
@@ -42,6 +48,12 @@ void BusyDialog::applyLocalizedTexts()
 {
     ui->_cancelBtn->setText(NM_TR("Cancel"));
     ui->_label->setText(NM_TR("Processing..."));
+    // The form places the button for a short English word; a longer one
+    // widens it to the left, staying clear of the dialog's right edge.
+    const QRect place = ui->_cancelBtn->geometry();
+    const int width = qMax(place.width(), ui->_cancelBtn->sizeHint().width());
+    const int left = qMin(place.x(), this->width() - (this->width() - place.right() - 1) / 2 - width);
+    ui->_cancelBtn->setGeometry(left, place.y(), width, place.height());
 }
 
 void BusyDialog::execute(QString msg, bool showCancel)

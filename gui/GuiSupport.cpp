@@ -22,6 +22,18 @@ void postAccessibleFocus(QObject *object)
     QAccessible::updateAccessibility(&event);
 }
 
+void postAccessibleNameChange(QObject *object)
+{
+    QAccessibleEvent event(object, QAccessible::NameChanged);
+    QAccessible::updateAccessibility(&event);
+}
+
+void enableHighDpi()
+{
+    QCoreApplication::setAttribute(Qt::AA_EnableHighDpiScaling);
+    QCoreApplication::setAttribute(Qt::AA_UseHighDpiPixmaps);
+}
+
 void initResources()
 {
     static std::once_flag once;

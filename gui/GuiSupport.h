@@ -1,5 +1,5 @@
-// Small helpers shared by the windows: accessibility focus notification,
-// the compiled-in images and centring on the screen.
+// Small helpers shared by the windows: accessibility notifications, the
+// compiled-in images, high-DPI set-up and centring on the screen.
 #pragma once
 
 class QObject;
@@ -10,6 +10,14 @@ namespace Gui {
 
 // Tells accessibility tools that object has the focus.
 void postAccessibleFocus(QObject *object);
+
+// Tells accessibility tools that object's name (a label's text) changed,
+// so a screen reader reads out the new text.
+void postAccessibleNameChange(QObject *object);
+
+// Turns on high-DPI scaling and high-DPI pixmaps. Must run before the
+// application object is created; the toolkit ignores it afterwards.
+void enableHighDpi();
 
 // Registers the compiled-in images (":/crypt/..."); safe to call repeatedly.
 void initResources();

@@ -3,6 +3,7 @@
 #include "MainWindow.h"
 
 #include "AboutWindow.h"
+#include "BatchNotifier.h"
 #include "BusyDialog.h"
 #include "GuiSupport.h"
 #include "SettingsDialog.h"
@@ -36,6 +37,8 @@ MainWindow::MainWindow(QWidget *parent)
     title = windowTitle();
 
     statusLabel = new QLabel(this);
+    // A long message (a path, a longer language) takes a second line rather than being cut.
+    statusLabel->setWordWrap(true);
     statusBar()->addWidget(statusLabel, 1);
     ui->_decryptBtn->setEnabled(false);
     for (QAction *action : {ui->actionOpenFiles, ui->actionOpenFolder, ui->actionSettings,
@@ -44,6 +47,8 @@ MainWindow::MainWindow(QWidget *parent)
         ui->_phraseTxt->addAction(action);
     qApp->setStyleSheet(QStringLiteral("QStatusBar::item { border: 0px solid black } "));
     setUpTable();
+    setUpAccessibility();
+    notifier.reset(new Nmb::Gui::BatchNotifier(this));
     // Room for "100%", so the progress bar keeps its width as the count grows.
     ui->_progressLbl->setMinimumWidth(ui->_progressLbl->fontMetrics().horizontalAdvance(QStringLiteral("100%")));
     ui->_progressLbl->setAlignment(Qt::AlignRight | Qt::AlignVCenter);
@@ -60,6 +65,7 @@ MainWindow::MainWindow(QWidget *parent)
     connectTaskManager();
     connect(ui->_viewComboBox, QOverload<int>::of(&QComboBox::currentIndexChanged), this,
             &MainWindow::onViewChanged);
+    // Also given again with every new text of the button, which drops it.
     ui->_decryptBtn->setShortcut(QKeySequence(Qt::Key_Return));
 
     loadSettings();
@@ -199,10 +205,15 @@ void MainWindow::applyLocalizedTexts()
     ui->label->setText(NM_TR("View:"));
     ui->_viewComboBox->clear();
     ui->_viewComboBox->insertItems(0, {NM_TR("Latest"), NM_TR("Finished"), NM_TR("Failed")});
+    // The selector's column is 150 wide, unless a language needs more for its views.
+    ui->widget_2->setMaximumWidth(qMax(150, ui->_viewComboBox->sizeHint().width() + ui->verticalLayout_5->contentsMargins().left()
+                                                + ui->verticalLayout_5->contentsMargins().right()));
     ui->menuFile->setTitle(NM_TR("File"));
     ui->menuCommands->setTitle(NM_TR("Options"));
     ui->menuAbout->setTitle(NM_TR("About"));
     ui->_phraseTxt->setToolTip(NM_TR("Enter Passphrase"));
+    showDecryptButtonState(ui->_decryptBtn->isChecked());
+    applyMnemonics();
 }
 
 void MainWindow::show()
@@ -210,7 +221,8 @@ void MainWindow::show()
     QMainWindow::show();
     raise();
     activateWindow();
-    setFocus(Qt::OtherFocusReason);
+    // Typing the passphrase and pressing Return is the first thing to do.
+    ui->_phraseTxt->setFocus(Qt::OtherFocusReason);
 }
 
 void MainWindow::onSetTitle(QString newTitle)

@@ -13,6 +13,12 @@
 
 class CryptTask;
 class QLabel;
+
+namespace Nmb {
+namespace Gui {
+class BatchNotifier;
+}
+} // namespace Nmb
 class QMessageBox;
 class QTableWidgetItem;
 class QTimer;
@@ -77,10 +83,13 @@ private slots:
     // Shows msg in the status line (for 5 s unless persist), or the counts
     // of finished, failed, pending and all tasks when msg is empty.
     void onStatusMessage(QString msg, bool persist);
+    void onTaskDestroyed(QObject *task);
 
 protected:
     // Drops on the task table, and Tab moving on from it.
     bool eventFilter(QObject *watched, QEvent *event) override;
+    // A new palette (a light or dark desktop theme) recolours the rows.
+    void changeEvent(QEvent *event) override;
 
 private:
     void setUpTable();
@@ -89,15 +98,28 @@ private:
     void connectDecryptManager();
     void connectTaskManager();
     void applyLocalizedTexts();
+    void setUpAccessibility();
+    void applyMnemonics();
+    // The Decrypt button reads "Stop" while checked, and says what it does.
+    void showDecryptButtonState(bool checked);
     bool filterTableEvent(QEvent *event);
+    bool scrollTableByKey(int key);
 
     void clearTable();
     void fillTable(const QList<CryptTask *> &tasks);
-    void writeRow(const CryptTask *task);
+    // follow: scroll to a new row when the table shows its end.
+    void writeRow(const CryptTask *task, bool follow = true);
+    QTableWidgetItem *rowFor(const CryptTask *task);
+    QTableWidgetItem *appendRow();
+    QColor rowColour(int status) const;
+    void recolourRows();
     bool belongsToView(const CryptTask *task) const;
     void removeTableRow(int row);
     void removeRowsWithStatus(int status);
     void setDecryptIdle();
+    void showStatusText(const QString &text);
+    // "   3 finished, 1 failed, 0 pending, 4 total", looked up.
+    QString countsText() const;
 
     std::unique_ptr<Ui::MainWindow> ui;
     QSettings settings;
@@ -109,7 +131,8 @@ private:
     int currentView = 0;
     QMessageBox *messageBox = nullptr;
     QString title;
-    // The filename cell of each task's row; the row follows the item when
-    // older rows are removed.
-    QHash<const CryptTask *, QTableWidgetItem *> rows;
+    // The filename cell of each task's row (the row follows the item when
+    // older rows are removed); an entry goes when its task is destroyed.
+    QHash<const QObject *, QTableWidgetItem *> rows;
+    std::unique_ptr<Nmb::Gui::BatchNotifier> notifier;
 };

@@ -3,6 +3,7 @@
 // colours, the Decrypt button's state, the questions and the exit codes.
 #include "MainWindow.h"
 
+#include "BatchNotifier.h"
 #include "GuiSupport.h"
 #include "ui_MainWindow.h"
 
@@ -47,10 +48,7 @@ void MainWindow::onStatusChanged(QString msg)
 void MainWindow::onStatusMessage(QString msg, bool persist)
 {
     DecryptManager *manager = DecryptManager::instance();
-    const int finished = manager->finishedCount();
-    const int failed = manager->failedCount();
     const int pending = manager->pendingCount();
-    const int total = manager->totalCount();
     const int running = manager->runningCount();
 
     if (running > 0) {
@@ -62,15 +60,31 @@ void MainWindow::onStatusMessage(QString msg, bool persist)
     statusTimer->stop();
 
     if (!msg.isEmpty()) {
-        statusLabel->setText(QStringLiteral("   ") + msg);
+        showStatusText(QStringLiteral("   ") + msg);
         if (!persist)
             statusTimer->start();
         return;
     }
     statusBar()->clearMessage();
-    statusLabel->setText(NM_TR("   %1$s finished, %2$s failed, %3$s pending, %4$s total",
-                               number(finished).constData(), number(failed).constData(),
-                               number(pending).constData(), number(total).constData()));
+    showStatusText(countsText());
+}
+
+QString MainWindow::countsText() const
+{
+    DecryptManager *manager = DecryptManager::instance();
+    return NM_TR("   %1$s finished, %2$s failed, %3$s pending, %4$s total",
+                 number(manager->finishedCount()).constData(), number(manager->failedCount()).constData(),
+                 number(manager->pendingCount()).constData(), number(manager->totalCount()).constData());
+}
+
+// Screen readers hear every change of the status line; an unchanged text
+// (the counts, refreshed with every progress report) is not repeated.
+void MainWindow::showStatusText(const QString &text)
+{
+    if (statusLabel->text() == text)
+        return;
+    statusLabel->setText(text);
+    Nmb::Gui::postAccessibleNameChange(statusLabel);
 }
 
 void MainWindow::resetProgressBar()
@@ -92,6 +106,7 @@ void MainWindow::onDecryptManagerStart(int startNum)
     resetProgressBar();
     ui->_progressBar->setMaximum(startNum);
     onStatusMessage(QString(), false);
+    notifier->batchStarted();
 }
 
 void MainWindow::onDecryptManagerFinished()
@@ -104,6 +119,8 @@ void MainWindow::onDecryptManagerFinished()
         ui->_progressBar->setValue(ui->_progressBar->maximum());
         ui->_progressLbl->setText(QStringLiteral("100%"));
     }
+    // Before any question, which would hold it back until answered.
+    notifier->batchFinished(countsText());
     const int failed = manager->failedCount();
     if (failed > 0) {
         const QString question =
@@ -111,12 +128,13 @@ void MainWindow::onDecryptManagerFinished()
             + QLatin1Char(' ') + NM_TR("Do you want to reload?");
         if (showOkCancelBox(question))
             onReloadFailed();
-        ui->_phraseTxt->setFocus();
     }
     if (manager->pendingCount() == 0 && manager->runningCount() == 0) {
         setDecryptIdle();
         onStatusMessage(QString(), false);
     }
+    // Ready for the next passphrase, whatever had the focus during the run.
+    ui->_phraseTxt->setFocus();
 }
 
 void MainWindow::onFilesLoaded(QString msg)

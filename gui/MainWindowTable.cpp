@@ -1,7 +1,9 @@
 // The task table: its three views, one row per task with a coloured status
-// cell, and the drag-and-drop and keyboard handling of the table.
+// cell that stays readable on the desktop's palette, following new rows, and
+// the drag-and-drop and keyboard handling of the table.
 #include "MainWindow.h"
 
+#include "Readability.h"
 #include "ui_MainWindow.h"
 
 #include <engine/DecryptManager.h>
@@ -12,12 +14,15 @@
 #include <QFileInfo>
 #include <QKeyEvent>
 #include <QMimeData>
+#include <QScrollBar>
 
 namespace {
 enum View { Latest = 0, FinishedView = 1, FailedView = 2 };
 enum Column { FileColumn = 0, ProgressColumn = 1, StatusColumn = 2 };
 
-QColor statusColour(Task::STATUS status)
+// The colour each status is meant to have; rowColour() bends it where the
+// palette would make it unreadable.
+QColor statusColour(int status)
 {
     switch (status) {
     case Task::Finished:
@@ -75,7 +80,8 @@ void MainWindow::fillTable(const QList<CryptTask *> &tasks)
     clearTable();
     // Only the newest entries are shown; the oldest of a long list are left out.
     for (int i = qMax(0, tasks.size() - latestLimit); i < tasks.size(); ++i)
-        writeRow(tasks.at(i));
+        writeRow(tasks.at(i), false);
+    ui->_messagesTbl->scrollToBottom();
 }
 
 bool MainWindow::belongsToView(const CryptTask *task) const
@@ -90,26 +96,73 @@ bool MainWindow::belongsToView(const CryptTask *task) const
     }
 }
 
-void MainWindow::writeRow(const CryptTask *task)
+QColor MainWindow::rowColour(int status) const
+{
+    const QPalette palette = ui->_messagesTbl->palette();
+    return Nmb::Gui::readableColour(statusColour(status), {palette.color(QPalette::Base),
+                                                           palette.color(QPalette::AlternateBase)});
+}
+
+void MainWindow::recolourRows()
 {
     QTableWidget *table = ui->_messagesTbl;
-    QTableWidgetItem *fileItem = rows.value(task);
+    for (int row = 0; row < table->rowCount(); ++row) {
+        QTableWidgetItem *statusItem = table->item(row, StatusColumn);
+        statusItem->setForeground(rowColour(statusItem->data(Qt::UserRole).toInt()));
+    }
+}
+
+// The row that shows task: its own, or else the row of an earlier attempt
+// at the same file that was stopped (a cancelled task stays listed while its
+// file runs again), which the new task takes over. Null when there is none.
+QTableWidgetItem *MainWindow::rowFor(const CryptTask *task)
+{
+    if (QTableWidgetItem *item = rows.value(task))
+        return item;
+    QTableWidget *table = ui->_messagesTbl;
+    for (int row = table->rowCount() - 1; row >= 0; --row) {
+        QTableWidgetItem *fileItem = table->item(row, FileColumn);
+        if (table->item(row, StatusColumn)->data(Qt::UserRole).toInt() == Task::Cancelled
+            && fileItem->data(Qt::UserRole + 1).toString() == task->addedPath()) {
+            rows.remove(rows.key(fileItem));
+            return fileItem;
+        }
+    }
+    return nullptr;
+}
+
+QTableWidgetItem *MainWindow::appendRow()
+{
+    QTableWidget *table = ui->_messagesTbl;
+    if (table->rowCount() >= latestLimit)
+        removeTableRow(0);
+    const int row = table->rowCount();
+    table->insertRow(row);
+    auto *fileItem = new QTableWidgetItem;
+    table->setItem(row, FileColumn, fileItem);
+    table->setItem(row, ProgressColumn, new QTableWidgetItem);
+    table->setItem(row, StatusColumn, new QTableWidgetItem);
+    return fileItem;
+}
+
+void MainWindow::writeRow(const CryptTask *task, bool follow)
+{
+    QTableWidget *table = ui->_messagesTbl;
+    QTableWidgetItem *fileItem = rowFor(task);
+    const QScrollBar *bar = table->verticalScrollBar();
+    // Only a person who is watching the end is carried along to a new row.
+    follow = follow && !fileItem && bar->value() == bar->maximum();
     if (!fileItem) {
         if (!belongsToView(task))
             return;
-        if (table->rowCount() >= latestLimit)
-            removeTableRow(0);
-        const int row = table->rowCount();
-        table->insertRow(row);
-        fileItem = new QTableWidgetItem;
-        fileItem->setData(Qt::UserRole, QVariant::fromValue(quintptr(task)));
-        table->setItem(row, FileColumn, fileItem);
-        table->setItem(row, ProgressColumn, new QTableWidgetItem);
-        table->setItem(row, StatusColumn, new QTableWidgetItem);
+        fileItem = appendRow();
+    }
+    if (!rows.contains(task)) {
         rows.insert(task, fileItem);
-        // A row outlives its task (clearing and reloading delete tasks); it
-        // then keeps its last text and is never updated again.
-        connect(task, &QObject::destroyed, this, [this, task] { rows.remove(task); });
+        fileItem->setData(Qt::UserRole, QVariant::fromValue(quintptr(static_cast<const QObject *>(task))));
+        fileItem->setData(Qt::UserRole + 1, task->addedPath());
+        // One connection per task however often the table is rebuilt.
+        connect(task, &QObject::destroyed, this, &MainWindow::onTaskDestroyed, Qt::UniqueConnection);
     }
     const int row = fileItem->row();
     fileItem->setText(QFileInfo(task->addedPath()).fileName());
@@ -119,17 +172,29 @@ void MainWindow::writeRow(const CryptTask *task)
     QTableWidgetItem *statusItem = table->item(row, StatusColumn);
     statusItem->setText(task->statusText());
     statusItem->setToolTip(statusItem->text());
-    statusItem->setForeground(statusColour(task->status()));
     statusItem->setData(Qt::UserRole, int(task->status()));
+    statusItem->setForeground(rowColour(task->status()));
     // Long output paths and error texts wrap instead of being cut.
     table->resizeRowToContents(row);
+    if (follow)
+        table->scrollToBottom();
+}
+
+// A row never outlives its task: the text it shows could not change any more.
+void MainWindow::onTaskDestroyed(QObject *task)
+{
+    if (QTableWidgetItem *fileItem = rows.take(task))
+        ui->_messagesTbl->removeRow(fileItem->row());
 }
 
 void MainWindow::removeTableRow(int row)
 {
     QTableWidget *table = ui->_messagesTbl;
-    const quintptr task = table->item(row, FileColumn)->data(Qt::UserRole).value<quintptr>();
-    rows.remove(reinterpret_cast<const CryptTask *>(task));
+    QTableWidgetItem *fileItem = table->item(row, FileColumn);
+    const auto task = reinterpret_cast<const QObject *>(fileItem->data(Qt::UserRole).value<quintptr>());
+    // Only when the entry still names this row: the key is an address.
+    if (rows.value(task) == fileItem)
+        rows.remove(task);
     table->removeRow(row);
 }
 
@@ -153,6 +218,21 @@ bool MainWindow::eventFilter(QObject *watched, QEvent *event)
     return QMainWindow::eventFilter(watched, event);
 }
 
+// Rows cannot be selected, so the view's own cursor keys move nothing; they
+// scroll the table instead.
+bool MainWindow::scrollTableByKey(int key)
+{
+    static const QHash<int, QAbstractSlider::SliderAction> actions{
+        {Qt::Key_Up, QAbstractSlider::SliderSingleStepSub},  {Qt::Key_Down, QAbstractSlider::SliderSingleStepAdd},
+        {Qt::Key_PageUp, QAbstractSlider::SliderPageStepSub}, {Qt::Key_PageDown, QAbstractSlider::SliderPageStepAdd},
+        {Qt::Key_Home, QAbstractSlider::SliderToMinimum},     {Qt::Key_End, QAbstractSlider::SliderToMaximum}};
+    const auto action = actions.find(key);
+    if (action == actions.end())
+        return false;
+    ui->_messagesTbl->verticalScrollBar()->triggerAction(action.value());
+    return true;
+}
+
 bool MainWindow::filterTableEvent(QEvent *event)
 {
     switch (event->type()) {
@@ -171,10 +251,11 @@ bool MainWindow::filterTableEvent(QEvent *event)
         return true;
     case QEvent::KeyPress: {
         const int key = static_cast<QKeyEvent *>(event)->key();
-        if (key != Qt::Key_Tab && key != Qt::Key_Backtab)
-            return false;
-        focusNextPrevChild(key == Qt::Key_Tab);
-        return true;
+        if (key == Qt::Key_Tab || key == Qt::Key_Backtab) {
+            focusNextPrevChild(key == Qt::Key_Tab);
+            return true;
+        }
+        return scrollTableByKey(key);
     }
     default:
         return false;

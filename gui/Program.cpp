@@ -1,6 +1,7 @@
 #include "Program.h"
 
 #include "Application.h"
+#include "GuiSupport.h"
 #include "MainWindow.h"
 #include "Version.h"
 
@@ -74,6 +75,7 @@ std::unique_ptr<Application> openDisplay(int &argc, char **argv)
 int runWindow(int argc, char **argv, const std::function<void(MainWindow *)> &afterShow)
 {
     // Toolkit attributes that must precede the application object go here.
+    Nmb::Gui::enableHighDpi();
     std::unique_ptr<Application> app = openDisplay(argc, argv);
     auto *window = new MainWindow(nullptr);
     window->show();

@@ -62,6 +62,8 @@ void SettingsDialog::applyLocalizedTexts()
     ui->_threadsCombo->clear();
     ui->_threadsCombo->insertItems(0, {NM_TR("1"), NM_TR("2"), NM_TR("4"), NM_TR("8")});
     ui->label->setText(NM_TR("Number of concurrent threads for decryption"));
+    // Two lines where one is too narrow (a larger font, a longer language).
+    ui->label->setWordWrap(true);
 }
 
 int SettingsDialog::numThreads() const

@@ -6,6 +6,7 @@ set -euo pipefail
 packages=(
   build-essential cmake ninja-build pkg-config
   qtbase5-dev qtbase5-dev-tools qttools5-dev-tools
+  qtbase5-private-dev
   libssl-dev
   clang libclang-rt-dev
   xvfb xauth

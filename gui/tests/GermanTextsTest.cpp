@@ -1,6 +1,8 @@
 // With a German system locale the shipped German strings file replaces the
 // English texts of the windows (run with LC_ALL=de_DE.UTF-8).
+#include "AboutWindow.h"
 #include "BusyDialog.h"
+#include "GuiTestSupport.h"
 #include "MainWindow.h"
 #include "SettingsDialog.h"
 
@@ -16,6 +18,7 @@ private slots:
     void initTestCase();
     void visibleTexts_data();
     void visibleTexts();
+    void mnemonicsAndRoom();
 
 private:
     QTemporaryDir dir;
@@ -38,9 +41,15 @@ void GermanTextsTest::visibleTexts_data()
     QTest::newRow("tool tip") << w->findChild<QAction *>("actionOpenFiles")->toolTip()
                               << "Datei(en) zum Entschlüsseln auswählen";
     QTest::newRow("status line") << w->findChild<QStatusBar *>()->findChild<QLabel *>()->text()
-                                 << "   Dateien und Ordner hierher ziehen, um mit dem Entschlüsseln zu beginnen...";
+                                 << "   Zum Entschlüsseln Dateien und Ordner hierher ziehen...";
     QTest::newRow("settings") << SettingsDialog::instance()->windowTitle() << "Einstellungen";
     QTest::newRow("busy") << BusyDialog::instance()->findChild<QLabel *>("_label")->text() << "Verarbeitung läuft...";
+    auto *button = w->findChild<QPushButton *>("_decryptBtn");
+    button->setEnabled(true);
+    button->setChecked(true);
+    QTest::newRow("running") << button->text() + ' ' + button->shortcut().toString() << "Stopp Return";
+    button->setChecked(false);
+    QTest::newRow("idle") << button->text() + ' ' + button->shortcut().toString() << "Entschlüsseln Return";
 }
 
 void GermanTextsTest::visibleTexts()
@@ -48,6 +57,21 @@ void GermanTextsTest::visibleTexts()
     QFETCH(QString, shown);
     QFETCH(QString, german);
     QCOMPARE(shown, german);
+}
+
+// The longer German texts keep distinct mnemonics and fit their controls,
+// also when run with QT_SCALE_FACTOR set.
+void GermanTextsTest::mnemonicsAndRoom()
+{
+    QVERIFY2(mnemonicProblems(w.get()).isEmpty(), qPrintable(mnemonicProblems(w.get()).join('\n')));
+    w->show();
+    SettingsDialog::instance()->show();
+    BusyDialog::instance()->show();
+    AboutWindow::instance()->show();
+    for (QWidget *window : std::initializer_list<QWidget *>{w.get(), SettingsDialog::instance(), BusyDialog::instance(), AboutWindow::instance()}) {
+        QVERIFY(QTest::qWaitForWindowExposed(window));
+        QVERIFY2(clippedTexts(window).isEmpty(), qPrintable(clippedTexts(window).join('\n')));
+    }
 }
 
 QTEST_MAIN(GermanTextsTest)

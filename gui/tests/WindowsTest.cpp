@@ -192,8 +192,9 @@ void WindowsTest::busyDialog()
 void WindowsTest::fullDecryptionAndViews()
 {
     const QString folder = path("batch");
+    const QString named = folder + "/Grüße-日本-😀.txt"; // every text shows it exactly
     for (int i = 1; i <= 3; ++i)
-        QVERIFY(writeFile(folder + QString("/doc%1.txt.nimbra-env").arg(i), "secret " + QByteArray::number(i), kPassphrase));
+        QVERIFY(writeFile(i == 3 ? named + ".nimbra-env" : folder + QString("/doc%1.txt.nimbra-env").arg(i), "secret " + QByteArray::number(i), kPassphrase));
     QVERIFY(writeFile(folder + "/other.txt.nimbra-env", "not for us", "another passphrase"));
     DecryptManager *manager = DecryptManager::instance();
     QVERIFY(!dragOnTable("not a file"));
@@ -203,10 +204,14 @@ void WindowsTest::fullDecryptionAndViews()
     QTRY_VERIFY(button->isEnabled() && !BusyDialog::instance()->isVisible());
 
     QApplication::setActiveWindow(window.get()); // offscreen: nothing re-activates the window
+    QCOMPARE(QApplication::focusWidget(), child<QWidget>("_phraseTxt"));
     QTest::keyClicks(child<QLineEdit>("_phraseTxt"), kPassphrase);
     QuestionAnswerer answerer(QMessageBox::Cancel);
-    QTest::keyClick(child<QLineEdit>("_phraseTxt"), Qt::Key_Return); // the button's shortcut
+    QTest::keyClick(child<QLineEdit>("_phraseTxt"), Qt::Key_Tab);
+    QCOMPARE(QApplication::focusWidget(), button);
+    QTest::keyClick(button, Qt::Key_Space);
     QTRY_VERIFY_WITH_TIMEOUT(!button->isEnabled() && manager->pendingCount() == 0, kWait);
+    QCOMPARE(window->focusWidget(), child<QWidget>("_phraseTxt")); // ready for the next batch
     QCOMPARE(answerer.questions, QStringList{"1 task has failed. Do you want to reload?"});
     QVERIFY(!button->isChecked());
     QCOMPARE(child<QProgressBar>("_progressBar")->value(), child<QProgressBar>("_progressBar")->maximum());
@@ -226,6 +231,17 @@ void WindowsTest::fullDecryptionAndViews()
         for (int row = 0; row < table->rowCount() && v.colour.isValid(); ++row)
             QCOMPARE(table->item(row, 2)->foreground().color(), v.colour);
     }
+    const QList<QTableWidgetItem *> rows = table->findItems(QFileInfo(named).fileName() + ".nimbra-env", Qt::MatchExactly);
+    QCOMPARE(rows.size(), 1);
+    QCOMPARE(table->item(rows.first()->row(), 2)->text(), "Finished -> " + named);
+
+    // A failure naming the file, in the status line.
+    QVERIFY(QFile::remove(named + ".nimbra-env"));
+    StatusLineRecorder recorder;
+    answerer.stop();
+    QuestionAnswerer yes(QMessageBox::Ok);
+    child<QAction>("actionDeleteEncrypted")->trigger();
+    QTRY_VERIFY_WITH_TIMEOUT(recorder.texts().contains("   Could not remove file " + named + ".nimbra-env. file does not exist."), kWait);
 }
 
 // Decrypts paths with no window open, then opens a fresh one on what is left.
