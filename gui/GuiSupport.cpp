@@ -22,12 +22,6 @@ void postAccessibleFocus(QObject *object)
     QAccessible::updateAccessibility(&event);
 }
 
-void postAccessibleNameChange(QObject *object)
-{
-    QAccessibleEvent event(object, QAccessible::NameChanged);
-    QAccessible::updateAccessibility(&event);
-}
-
 void enableHighDpi()
 {
     QCoreApplication::setAttribute(Qt::AA_EnableHighDpiScaling);

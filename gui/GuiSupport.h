@@ -11,10 +11,6 @@ namespace Gui {
 // Tells accessibility tools that object has the focus.
 void postAccessibleFocus(QObject *object);
 
-// Tells accessibility tools that object's name (a label's text) changed,
-// so a screen reader reads out the new text.
-void postAccessibleNameChange(QObject *object);
-
 // Turns on high-DPI scaling and high-DPI pixmaps. Must run before the
 // application object is created; the toolkit ignores it afterwards.
 void enableHighDpi();

@@ -88,8 +88,6 @@ private slots:
 protected:
     // Drops on the task table, and Tab moving on from it.
     bool eventFilter(QObject *watched, QEvent *event) override;
-    // A new palette (a light or dark desktop theme) recolours the rows.
-    void changeEvent(QEvent *event) override;
 
 private:
     void setUpTable();
@@ -112,12 +110,10 @@ private:
     QTableWidgetItem *rowFor(const CryptTask *task);
     QTableWidgetItem *appendRow();
     QColor rowColour(int status) const;
-    void recolourRows();
     bool belongsToView(const CryptTask *task) const;
     void removeTableRow(int row);
     void removeRowsWithStatus(int status);
     void setDecryptIdle();
-    void showStatusText(const QString &text);
     // "   3 finished, 1 failed, 0 pending, 4 total", looked up.
     QString countsText() const;
 

@@ -1,7 +1,6 @@
 // What makes the main window usable without a mouse or without sight:
 // mnemonics, the names and descriptions that screen readers speak, the
-// Decrypt button saying what pressing it does, and colours that follow the
-// desktop's palette.
+// Decrypt button saying what pressing it does.
 #include "MainWindow.h"
 
 #include "Mnemonics.h"
@@ -9,7 +8,6 @@
 
 #include <localization/LocaleText.h>
 
-#include <QEvent>
 
 void MainWindow::setUpAccessibility()
 {
@@ -22,6 +20,8 @@ void MainWindow::setUpAccessibility()
     ui->_viewComboBox->setAccessibleDescription(NM_TR("Which tasks the table shows"));
     ui->_messagesTbl->setAccessibleName(NM_TR("Tasks"));
     ui->_messagesTbl->setAccessibleDescription(NM_TR("One row per file: its name, progress and status"));
+    // No accessible name for the status line: a label without one announces
+    // each new text to screen readers, which is how they hear the messages.
     statusLabel->setAccessibleDescription(NM_TR("Status"));
     ui->toolBar->setAccessibleName(NM_TR("Tool bar"));
     connect(ui->_decryptBtn, &QAbstractButton::toggled, this, &MainWindow::showDecryptButtonState);
@@ -78,11 +78,4 @@ void MainWindow::showDecryptButtonState(bool checked)
                                  : NM_TR("Decrypts the listed files with the passphrase");
     button->setToolTip(checked ? what : QString());
     button->setAccessibleDescription(what);
-}
-
-void MainWindow::changeEvent(QEvent *event)
-{
-    if (event->type() == QEvent::PaletteChange || event->type() == QEvent::ApplicationPaletteChange)
-        recolourRows();
-    QMainWindow::changeEvent(event);
 }

@@ -60,13 +60,13 @@ void MainWindow::onStatusMessage(QString msg, bool persist)
     statusTimer->stop();
 
     if (!msg.isEmpty()) {
-        showStatusText(QStringLiteral("   ") + msg);
+        statusLabel->setText(QStringLiteral("   ") + msg);
         if (!persist)
             statusTimer->start();
         return;
     }
     statusBar()->clearMessage();
-    showStatusText(countsText());
+    statusLabel->setText(countsText());
 }
 
 QString MainWindow::countsText() const
@@ -77,15 +77,7 @@ QString MainWindow::countsText() const
                  number(manager->pendingCount()).constData(), number(manager->totalCount()).constData());
 }
 
-// Screen readers hear every change of the status line; an unchanged text
-// (the counts, refreshed with every progress report) is not repeated.
-void MainWindow::showStatusText(const QString &text)
-{
-    if (statusLabel->text() == text)
-        return;
-    statusLabel->setText(text);
-    Nmb::Gui::postAccessibleNameChange(statusLabel);
-}
+
 
 void MainWindow::resetProgressBar()
 {

@@ -103,15 +103,6 @@ QColor MainWindow::rowColour(int status) const
                                                            palette.color(QPalette::AlternateBase)});
 }
 
-void MainWindow::recolourRows()
-{
-    QTableWidget *table = ui->_messagesTbl;
-    for (int row = 0; row < table->rowCount(); ++row) {
-        QTableWidgetItem *statusItem = table->item(row, StatusColumn);
-        statusItem->setForeground(rowColour(statusItem->data(Qt::UserRole).toInt()));
-    }
-}
-
 // The row that shows task: its own, or else the row of an earlier attempt
 // at the same file that was stopped (a cancelled task stays listed while its
 // file runs again), which the new task takes over. Null when there is none.
