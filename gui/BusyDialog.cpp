@@ -21,7 +21,12 @@ BusyDialog::BusyDialog()
     Nmb::Gui::initResources();
     ui->setupUi(this);
 
-    movie = new QMovie(QStringLiteral(":/crypt/loaderAnimated.gif"), QByteArray(), this);
+    // A movie has no high-DPI variant lookup of its own: on a dense screen
+    // the twice-as-large frames are drawn into the same logical size.
+    const bool dense = devicePixelRatioF() > 1.0;
+    movie = new QMovie(dense ? QStringLiteral(":/crypt/loaderAnimated@2x.gif") : QStringLiteral(":/crypt/loaderAnimated.gif"),
+                       QByteArray(), this);
+    ui->_animatedLbl->setScaledContents(true);
     ui->_animatedLbl->setMovie(movie);
     movie->start();
 

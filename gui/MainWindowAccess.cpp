@@ -19,6 +19,10 @@ void MainWindow::setUpAccessibility()
     ui->_progressBar->setAccessibleDescription(NM_TR("Files of this batch that are done"));
     ui->_viewComboBox->setAccessibleDescription(NM_TR("Which tasks the table shows"));
     ui->_messagesTbl->setAccessibleName(NM_TR("Tasks"));
+    // Rows are never selected, so nothing inside the table shows that the
+    // keyboard is there: its frame does, in the palette's highlight colour.
+    ui->_messagesTbl->setStyleSheet(QStringLiteral("QTableWidget { border: 1px solid palette(mid); padding: 1px; }"
+                                                   "QTableWidget:focus { border: 2px solid palette(highlight); padding: 0px; }"));
     ui->_messagesTbl->setAccessibleDescription(NM_TR("One row per file: its name, progress and status"));
     // No accessible name for the status line: a label without one announces
     // each new text to screen readers, which is how they hear the messages.

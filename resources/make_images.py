@@ -1,7 +1,8 @@
 #!/usr/bin/python3
-"""Draws the program's two images: crypt.png (application icon) and
-loaderAnimated.gif (busy animation), and the desktop's icons in
-packaging/icons (desktop_icons.py). Run with Debian's python3 (needs PIL):
+"""Draws the program's images: crypt.png (application icon) and
+loaderAnimated.gif (busy animation), with loaderAnimated@2x.gif for screens
+at twice the density, and the desktop's icons in packaging/icons
+(desktop_icons.py). Run with Debian's python3 (needs PIL):
 
     /usr/bin/python3 resources/make_images.py
 
@@ -72,8 +73,9 @@ def draw_icon():
     return icon.resize((ICON_SIZE, ICON_SIZE), Image.LANCZOS)
 
 
-def loader_frame(phase):
-    s = LOADER_SCALE
+def loader_frame(phase, density=1):
+    """One frame at density times the logical 229 x 25 size."""
+    s = LOADER_SCALE * density
     w, h = LOADER_W * s, LOADER_H * s
     frame = Image.new("RGB", (w, h), (239, 239, 239))
     draw = ImageDraw.Draw(frame)
@@ -94,27 +96,36 @@ def loader_frame(phase):
         x0 = 6 * s + i * (pill_w + gap)
         draw.rounded_rectangle([x0, 7 * s, x0 + pill_w, h - 7 * s], radius=3 * s,
                                fill=lerp(idle, lit, glow))
-    return frame.resize((LOADER_W, LOADER_H), Image.LANCZOS)
+    return frame.resize((LOADER_W * density, LOADER_H * density), Image.LANCZOS)
 
 
-def draw_loader():
-    frames = [loader_frame(k / LOADER_FRAMES) for k in range(LOADER_FRAMES)]
+def draw_loader(density=1):
+    frames = [loader_frame(k / LOADER_FRAMES, density) for k in range(LOADER_FRAMES)]
     # One shared palette keeps colours steady from frame to frame.
-    strip = Image.new("RGB", (LOADER_W, LOADER_H * LOADER_FRAMES))
+    w, h = frames[0].size
+    strip = Image.new("RGB", (w, h * LOADER_FRAMES))
     for k, f in enumerate(frames):
-        strip.paste(f, (0, k * LOADER_H))
+        strip.paste(f, (0, k * h))
     palette = strip.quantize(colors=128, method=Image.MEDIANCUT)
     return [f.quantize(palette=palette, dither=Image.NONE) for f in frames]
+
+
+def save_loader(frames, name):
+    frames[0].save(os.path.join(HERE, name), save_all=True, append_images=frames[1:],
+                   duration=LOADER_FRAME_MS, loop=0, optimize=False, disposal=1)
+
+
+def make_2x_images():
+    """The images drawn again at twice the density, for high-DPI screens."""
+    save_loader(draw_loader(density=2), "loaderAnimated@2x.gif")
 
 
 def main():
     icon = draw_icon()
     icon.save(os.path.join(HERE, "crypt.png"), optimize=True)
 
-    frames = draw_loader()
-    frames[0].save(os.path.join(HERE, "loaderAnimated.gif"), save_all=True,
-                   append_images=frames[1:], duration=LOADER_FRAME_MS, loop=0,
-                   optimize=False, disposal=1)
+    save_loader(draw_loader(), "loaderAnimated.gif")
+    make_2x_images()
 
     desktop_icons.write_desktop_icons(os.path.join(HERE, "..", "packaging", "icons", "hicolor"))
 

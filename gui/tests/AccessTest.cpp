@@ -123,6 +123,11 @@ void AccessTest::tableScrollsAndFollows()
     for (int tabs = 0; tabs < 20 && QApplication::focusWidget() != table; ++tabs)
         press(Qt::Key_Tab);
     QCOMPARE(QApplication::focusWidget(), table);
+    const auto frameShowsFocus = [table] {
+        const QImage shot = table->grab().toImage();
+        return shot.pixelColor(0, shot.height() / 2) == table->palette().color(QPalette::Highlight);
+    };
+    QVERIFY(frameShowsFocus());
     press(Qt::Key_Home);
     QCOMPARE(bar->value(), 0);
     showTask("while reading the top", Task::Finished);
@@ -134,6 +139,7 @@ void AccessTest::tableScrollsAndFollows()
     QCOMPARE(bar->value(), bar->maximum());
     press(Qt::Key_Tab); // leaves the table instead of moving between cells
     QVERIFY(QApplication::focusWidget() != table);
+    QVERIFY(!frameShowsFocus());
 }
 
 // Walks the accessibility tree of every window as a screen reader does.

@@ -1,10 +1,14 @@
 // The program, started as usual, with a scripted scene that photographs its
 // windows (QWidget::grab) into a folder and then quits:
-//   nimbra-crypt-shots dialogs OUT-DIR
+//   nimbra-crypt-shots [--dark] dialogs OUT-DIR
 //       the empty window, the settings, busy and About dialogs;
-//   nimbra-crypt-shots batch OUT-DIR PASSPHRASE FOLDER
+//   nimbra-crypt-shots [--dark] batch OUT-DIR PASSPHRASE FOLDER
 //       loads FOLDER, types PASSPHRASE, presses Decrypt and photographs the
-//       window mid-batch, with the end-of-batch question and at the end.
+//       window mid-batch, with the end-of-batch question, at the end and
+//       with the keyboard focus in the table.
+// --dark gives the program a dark desktop palette, as a dark theme would.
+// The language and the scale come from the environment (LC_ALL,
+// QT_SCALE_FACTOR).
 #include <AboutWindow.h>
 #include <BusyDialog.h>
 #include <MainWindow.h>
@@ -12,12 +16,14 @@
 #include <SettingsDialog.h>
 
 #include <engine/DecryptManager.h>
+#include <localization/LocaleText.h>
 
 #include <QApplication>
 #include <QLineEdit>
 #include <QMessageBox>
 #include <QPainter>
 #include <QPushButton>
+#include <QTableWidget>
 #include <QTimer>
 
 #include <cstdio>
@@ -59,7 +65,7 @@ void dialogsScene(MainWindow *window)
                     save(BusyDialog::instance(), QStringLiteral("busy"));
                     BusyDialog::instance()->accept();
                 });
-                BusyDialog::instance()->execute(QStringLiteral("Loading files..."), true);
+                BusyDialog::instance()->execute(NM_TR("Loading files..."), true);
                 AboutWindow::instance()->show(); // pauses 2 s while it shows
                 after(300, [] {
                     save(AboutWindow::instance(), QStringLiteral("about"));
@@ -88,7 +94,12 @@ void batchStep(MainWindow *window, int shots)
         ++shots;
     } else if (shots == 2 && !button->isChecked()) {
         save(window, QStringLiteral("main-finished"));
-        QCoreApplication::exit(0);
+        // Where the keyboard focus shows when Tab reaches the table.
+        window->findChild<QTableWidget *>(QStringLiteral("_messagesTbl"))->setFocus(Qt::TabFocusReason);
+        after(200, [window] {
+            save(window, QStringLiteral("main-table-focus"));
+            QCoreApplication::exit(0);
+        });
         return;
     }
     after(40, [window, shots] { batchStep(window, shots); });
@@ -96,16 +107,42 @@ void batchStep(MainWindow *window, int shots)
 
 int usage()
 {
-    std::fputs("usage: nimbra-crypt-shots dialogs OUT-DIR\n"
-               "       nimbra-crypt-shots batch OUT-DIR PASSPHRASE FOLDER\n",
+    std::fputs("usage: nimbra-crypt-shots [--dark] dialogs OUT-DIR\n"
+               "       nimbra-crypt-shots [--dark] batch OUT-DIR PASSPHRASE FOLDER\n",
                stderr);
     return 2;
+}
+
+// A palette like the dark themes of the common desktops.
+QPalette darkPalette()
+{
+    const QColor window(49, 54, 59), base(35, 38, 41), text(239, 240, 241), dim(127, 140, 141);
+    QPalette palette(window, window);
+    palette.setColor(QPalette::Window, window);
+    palette.setColor(QPalette::Base, base);
+    palette.setColor(QPalette::AlternateBase, window);
+    palette.setColor(QPalette::ToolTipBase, window);
+    for (auto role : {QPalette::WindowText, QPalette::Text, QPalette::ButtonText, QPalette::ToolTipText})
+        palette.setColor(role, text);
+    for (auto role : {QPalette::WindowText, QPalette::Text, QPalette::ButtonText})
+        palette.setColor(QPalette::Disabled, role, dim);
+    palette.setColor(QPalette::Highlight, QColor(61, 174, 233));
+    palette.setColor(QPalette::HighlightedText, QColor(252, 252, 252));
+    palette.setColor(QPalette::Link, QColor(41, 128, 185));
+    return palette;
 }
 
 } // namespace
 
 int main(int argc, char **argv)
 {
+    if (argc > 1 && std::strcmp(argv[1], "--dark") == 0) {
+        // Before the application object, as a desktop theme's palette is.
+        QApplication::setPalette(darkPalette());
+        argv[1] = argv[0];
+        ++argv;
+        --argc;
+    }
     const bool batch = argc == 5 && std::strcmp(argv[1], "batch") == 0;
     if (!batch && !(argc == 3 && std::strcmp(argv[1], "dialogs") == 0))
         return usage();
