@@ -22,9 +22,11 @@ BusyDialog::BusyDialog()
     ui->setupUi(this);
 
     // A movie has no high-DPI variant lookup of its own: on a dense screen
-    // the twice-as-large frames are drawn into the same logical size.
-    const bool dense = devicePixelRatioF() > 1.0;
-    movie = new QMovie(dense ? QStringLiteral(":/crypt/loaderAnimated@2x.gif") : QStringLiteral(":/crypt/loaderAnimated.gif"),
+    // the twice-as-large frames are drawn into the same logical size. A dark
+    // palette gets the animation in dark colours.
+    const bool dark = palette().color(QPalette::Window).lightness() < 128;
+    const QString name = dark ? QStringLiteral(":/crypt/loaderAnimatedDark") : QStringLiteral(":/crypt/loaderAnimated");
+    movie = new QMovie(name + (devicePixelRatioF() > 1.0 ? QStringLiteral("@2x.gif") : QStringLiteral(".gif")),
                        QByteArray(), this);
     ui->_animatedLbl->setScaledContents(true);
     ui->_animatedLbl->setMovie(movie);

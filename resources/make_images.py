@@ -1,7 +1,8 @@
 #!/usr/bin/python3
 """Draws the program's images: crypt.png (application icon) and
 loaderAnimated.gif (busy animation), with loaderAnimated@2x.gif for screens
-at twice the density, and the desktop's icons in packaging/icons
+at twice the density and loaderAnimatedDark(@2x).gif for dark palettes, and
+the desktop's icons in packaging/icons
 (desktop_icons.py). Run with Debian's python3 (needs PIL):
 
     /usr/bin/python3 resources/make_images.py
@@ -73,17 +74,21 @@ def draw_icon():
     return icon.resize((ICON_SIZE, ICON_SIZE), Image.LANCZOS)
 
 
-def loader_frame(phase, density=1):
+# Colours of the animation: around it, its box, the box's edge, a pill at
+# rest and a lit pill. The dark set suits dark desktop palettes.
+LOADER_LIGHT = ((239, 239, 239), (226, 231, 237), (176, 186, 198), (196, 208, 222), (30, 108, 200))
+LOADER_DARK = ((49, 54, 59), (35, 38, 41), (84, 92, 100), (62, 70, 80), (61, 174, 233))
+
+
+def loader_frame(phase, density=1, colours=LOADER_LIGHT):
     """One frame at density times the logical 229 x 25 size."""
+    around, box, edge, idle, lit = colours
     s = LOADER_SCALE * density
     w, h = LOADER_W * s, LOADER_H * s
-    frame = Image.new("RGB", (w, h), (239, 239, 239))
+    frame = Image.new("RGB", (w, h), around)
     draw = ImageDraw.Draw(frame)
-    draw.rounded_rectangle([0, 0, w - 1, h - 1], radius=6 * s, fill=(226, 231, 237),
-                           outline=(176, 186, 198), width=s)
+    draw.rounded_rectangle([0, 0, w - 1, h - 1], radius=6 * s, fill=box, outline=edge, width=s)
 
-    idle = (196, 208, 222)
-    lit = (30, 108, 200)
     gap = 4 * s
     inner = w - 2 * 6 * s
     pill_w = (inner - gap * (LOADER_PILLS - 1)) / LOADER_PILLS
@@ -99,8 +104,8 @@ def loader_frame(phase, density=1):
     return frame.resize((LOADER_W * density, LOADER_H * density), Image.LANCZOS)
 
 
-def draw_loader(density=1):
-    frames = [loader_frame(k / LOADER_FRAMES, density) for k in range(LOADER_FRAMES)]
+def draw_loader(density=1, colours=LOADER_LIGHT):
+    frames = [loader_frame(k / LOADER_FRAMES, density, colours) for k in range(LOADER_FRAMES)]
     # One shared palette keeps colours steady from frame to frame.
     w, h = frames[0].size
     strip = Image.new("RGB", (w, h * LOADER_FRAMES))
@@ -120,12 +125,19 @@ def make_2x_images():
     save_loader(draw_loader(density=2), "loaderAnimated@2x.gif")
 
 
+def make_dark_images():
+    """The animation in the colours of a dark desktop palette, at both densities."""
+    save_loader(draw_loader(colours=LOADER_DARK), "loaderAnimatedDark.gif")
+    save_loader(draw_loader(density=2, colours=LOADER_DARK), "loaderAnimatedDark@2x.gif")
+
+
 def main():
     icon = draw_icon()
     icon.save(os.path.join(HERE, "crypt.png"), optimize=True)
 
     save_loader(draw_loader(), "loaderAnimated.gif")
     make_2x_images()
+    make_dark_images()
 
     desktop_icons.write_desktop_icons(os.path.join(HERE, "..", "packaging", "icons", "hicolor"))
 
