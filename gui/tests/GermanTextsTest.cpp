@@ -1,8 +1,8 @@
 // With a German system locale the shipped German strings file replaces the
 // English texts of the windows (run with LC_ALL=de_DE.UTF-8).
 #include "AboutWindow.h"
+#include "AccessChecks.h"
 #include "BusyDialog.h"
-#include "GuiTestSupport.h"
 #include "MainWindow.h"
 #include "SettingsDialog.h"
 

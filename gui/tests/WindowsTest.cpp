@@ -1,5 +1,6 @@
 // The windows driven like a user would, against the real engine, real
 // envelopes and a real settings file in a temporary folder.
+#include "AccessChecks.h"
 #include "Application.h"
 #include "BusyDialog.h"
 #include "GuiTestSupport.h"
