@@ -47,6 +47,7 @@ MainWindow::MainWindow(QWidget *parent)
         ui->_phraseTxt->addAction(action);
     qApp->setStyleSheet(QStringLiteral("QStatusBar::item { border: 0px solid black } "));
     setUpTable();
+    followTableEnd();
     setUpAccessibility();
     notifier.reset(new Nmb::Gui::BatchNotifier(this));
     // Room for "100%", so the progress bar keeps its width as the count grows.

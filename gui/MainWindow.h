@@ -105,11 +105,11 @@ private:
 
     void clearTable();
     void fillTable(const QList<CryptTask *> &tasks);
-    // follow: scroll to a new row when the table shows its end.
-    void writeRow(const CryptTask *task, bool follow = true);
+    void writeRow(const CryptTask *task);
     QTableWidgetItem *rowFor(const CryptTask *task);
     QTableWidgetItem *appendRow();
     QColor rowColour(int status) const;
+    void followTableEnd();
     bool belongsToView(const CryptTask *task) const;
     void removeTableRow(int row);
     void removeRowsWithStatus(int status);
@@ -131,4 +131,5 @@ private:
     // older rows are removed); an entry goes when its task is destroyed.
     QHash<const QObject *, QTableWidgetItem *> rows;
     std::unique_ptr<Nmb::Gui::BatchNotifier> notifier;
+    bool tableAtEnd = true; // the task table shows its last row
 };

@@ -80,8 +80,7 @@ void MainWindow::fillTable(const QList<CryptTask *> &tasks)
     clearTable();
     // Only the newest entries are shown; the oldest of a long list are left out.
     for (int i = qMax(0, tasks.size() - latestLimit); i < tasks.size(); ++i)
-        writeRow(tasks.at(i), false);
-    ui->_messagesTbl->scrollToBottom();
+        writeRow(tasks.at(i));
 }
 
 bool MainWindow::belongsToView(const CryptTask *task) const
@@ -136,13 +135,10 @@ QTableWidgetItem *MainWindow::appendRow()
     return fileItem;
 }
 
-void MainWindow::writeRow(const CryptTask *task, bool follow)
+void MainWindow::writeRow(const CryptTask *task)
 {
     QTableWidget *table = ui->_messagesTbl;
     QTableWidgetItem *fileItem = rowFor(task);
-    const QScrollBar *bar = table->verticalScrollBar();
-    // Only a person who is watching the end is carried along to a new row.
-    follow = follow && !fileItem && bar->value() == bar->maximum();
     if (!fileItem) {
         if (!belongsToView(task))
             return;
@@ -167,8 +163,19 @@ void MainWindow::writeRow(const CryptTask *task, bool follow)
     statusItem->setForeground(rowColour(task->status()));
     // Long output paths and error texts wrap instead of being cut.
     table->resizeRowToContents(row);
-    if (follow)
-        table->scrollToBottom();
+}
+
+// A person who is watching the end of the table stays there as rows come
+// and grow (a finished row takes more lines for its output path), whenever
+// the view gets round to taking them in; scrolled away, they stay put.
+void MainWindow::followTableEnd()
+{
+    QScrollBar *bar = ui->_messagesTbl->verticalScrollBar();
+    connect(bar, &QScrollBar::valueChanged, this, [this, bar](int value) { tableAtEnd = value == bar->maximum(); });
+    connect(bar, &QScrollBar::rangeChanged, this, [this, bar](int, int maximum) {
+        if (tableAtEnd)
+            bar->setValue(maximum);
+    });
 }
 
 // A row never outlives its task: the text it shows could not change any more.

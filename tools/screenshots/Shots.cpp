@@ -94,7 +94,10 @@ void batchStep(MainWindow *window, int shots)
         ++shots;
     } else if (shots == 2 && !button->isChecked()) {
         save(window, QStringLiteral("main-finished"));
-        // Where the keyboard focus shows when Tab reaches the table.
+        // Where the keyboard focus shows when Tab reaches the table; without a
+        // window manager nothing gives the window back its activation once
+        // the question has closed.
+        QApplication::setActiveWindow(window);
         window->findChild<QTableWidget *>(QStringLiteral("_messagesTbl"))->setFocus(Qt::TabFocusReason);
         after(200, [window] {
             save(window, QStringLiteral("main-table-focus"));
