@@ -3,7 +3,11 @@
 add_library(nm_options INTERFACE)
 target_compile_options(nm_options INTERFACE
   -Wall -Wextra -Wno-unused-parameter
-  $<$<COMPILE_LANGUAGE:CXX>:-Wnon-virtual-dtor>)
+  $<$<COMPILE_LANGUAGE:CXX>:-Wnon-virtual-dtor>
+  # The distribution's hardening: checked buffer calls where the size is
+  # known (they need the optimizer, so not in Debug) and stack canaries.
+  -fstack-protector-strong
+  $<$<NOT:$<CONFIG:Debug>>:-U_FORTIFY_SOURCE -D_FORTIFY_SOURCE=2>)
 # Every symbol is bound at start and the tables that binding fills are made
 # read-only (full RELRO): no lazy binding mid-run, whose resolver saves all
 # registers, key material among them, on a worker's stack.
