@@ -73,7 +73,6 @@ DecryptSession::~DecryptSession() = default;
 int DecryptSession::run()
 {
     connectEngine();
-    reportMissingPaths();
     m_tasks->loadFiles(m_options.paths, true);
     return m_loop.exec();
 }
@@ -91,16 +90,6 @@ void DecryptSession::connectEngine()
     connect(m_manager, &DecryptManager::error, this, &DecryptSession::onError, Qt::QueuedConnection);
     connect(m_tasks, &TaskManager::filesLoaded, this, &DecryptSession::onFilesLoaded, Qt::QueuedConnection);
     connect(m_tasks, &QThread::finished, this, &DecryptSession::onLoadEnded, Qt::QueuedConnection);
-}
-
-// The load passes over a path that does not exist without a word; a person
-// who typed it wants to know.
-void DecryptSession::reportMissingPaths()
-{
-    for (const QString &path : qAsConst(m_options.paths)) {
-        if (!QFileInfo::exists(path.trimmed()))
-            m_report->error(path + QStringLiteral(": ") + NM_TR("no such file or folder."));
-    }
 }
 
 void DecryptSession::stop()

@@ -56,7 +56,6 @@ private:
     enum class Phase { Loading, Decrypting, Ended };
 
     void connectEngine();
-    void reportMissingPaths();
     int exitCode();
 
     DecryptOptions m_options;

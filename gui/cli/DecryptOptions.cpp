@@ -6,6 +6,7 @@
 #include <localization/LocaleText.h>
 
 #include <QFile>
+#include <QFileInfo>
 #include <QThread>
 
 #include <cerrno>
@@ -134,6 +135,15 @@ bool parseDecryptOptions(const QStringList &args, DecryptOptions *options, QStri
         *error = NM_TR("No file or folder to decrypt was given.");
         return false;
     }
+    // A mistyped path is a usage error: found before the passphrase is asked
+    // for, and never a batch that "decrypted everything" with nothing to do.
+    // Joined in code, so a long path is never cut by the bounded lookup.
+    for (const QString &path : qAsConst(options->paths)) {
+        if (!QFileInfo::exists(path.trimmed())) {
+            *error = path + QStringLiteral(": ") + NM_TR("no such file or folder.");
+            return false;
+        }
+    }
     return true;
 }
 
@@ -141,7 +151,7 @@ Passphrase::Outcome Passphrase::read(const DecryptOptions &options, QString *err
 {
     wipe();
     if (options.passphraseFileGiven && options.passphraseFile == QLatin1String("-"))
-        return readFrom(STDIN_FILENO, ::isatty(STDIN_FILENO) ? STDERR_FILENO : -1, error);
+        return readFrom(STDIN_FILENO, ::isatty(STDIN_FILENO) ? STDERR_FILENO : -1, "-", error);
     const bool terminal = !options.passphraseFileGiven;
     const QByteArray path = terminal ? QByteArray("/dev/tty") : QFile::encodeName(options.passphraseFile);
     const int fd = ::open(path.constData(), (terminal ? O_RDWR : O_RDONLY) | O_NOCTTY | O_CLOEXEC);
@@ -154,20 +164,23 @@ Passphrase::Outcome Passphrase::read(const DecryptOptions &options, QString *err
                        utf8(systemError(errno)).constData());
         return Failed;
     }
-    const Outcome outcome = readFrom(fd, terminal ? fd : -1, error);
+    const Outcome outcome = readFrom(fd, terminal ? fd : -1, path, error);
     ::close(fd);
     return outcome;
 }
 
 // Reads one line a byte at a time, so nothing beyond it is consumed and no
 // copy of it is left in a buffer of someone else's. With a prompt (on
-// promptFd) the line is read from a terminal with echo off.
-Passphrase::Outcome Passphrase::readFrom(int fd, int promptFd, QString *error)
+// promptFd) the line is read from a terminal with echo off. source names
+// what fd reads in an error.
+Passphrase::Outcome Passphrase::readFrom(int fd, int promptFd, const QByteArray &source, QString *error)
 {
     m_bytes.reserve(kMaxPassphraseBytes); // never moved, so wipe() reaches every byte
+    // Echo goes off before the prompt shows: turning it off discards what
+    // was typed so far, and what is typed after the prompt must not be shown.
+    EchoOff echoOff(promptFd >= 0 ? fd : -1);
     if (promptFd >= 0)
         writeAll(promptFd, NM_TR("Passphrase: ").toUtf8());
-    EchoOff echoOff(promptFd >= 0 ? fd : -1);
     for (char byte = 0;;) {
         const ssize_t count = ::read(fd, &byte, 1);
         if (count < 0 && errno == EINTR) {
@@ -178,7 +191,7 @@ Passphrase::Outcome Passphrase::readFrom(int fd, int promptFd, QString *error)
             return Interrupted;
         }
         if (count < 0) {
-            *error = systemError(errno);
+            *error = NM_TR("Could not read %1$s. %2$s", source.constData(), utf8(systemError(errno)).constData());
             return Failed;
         }
         if (count == 0 || byte == '\n')

@@ -18,9 +18,9 @@ struct DecryptOptions {
 };
 
 // Parses args (args[1] is "--decrypt"): options and paths in any order, "--"
-// ending the options. On a bad option or value returns false and sets
-// *error to one localized line naming it. The thread count defaults to the
-// number of processors, at most 8.
+// ending the options. On a bad option or value, or a path that does not
+// exist, returns false and sets *error to one localized line naming it. The
+// thread count defaults to the number of processors, at most 8.
 bool parseDecryptOptions(const QStringList &args, DecryptOptions *options, QString *error);
 
 // A passphrase in memory that is overwritten when it is wiped or goes.
@@ -47,7 +47,7 @@ public:
     void wipe();
 
 private:
-    Outcome readFrom(int fd, int promptFd, QString *error);
+    Outcome readFrom(int fd, int promptFd, const QByteArray &source, QString *error);
     bool take(QString *error);
 
     QByteArray m_bytes;

@@ -1,7 +1,7 @@
 // "nimbra-crypt --decrypt" run as a real process, without any display and
-// without a controlling terminal, on folders of real envelopes: what it
-// writes and deletes, what it prints, its exit codes, and a stop by SIGINT
-// in the middle of a file.
+// without a terminal unless a test gives it one, on folders of real
+// envelopes: what it writes and deletes, what it prints, its exit codes, the
+// prompt on a terminal, and a stop by SIGINT in the middle of a file.
 #include <envelope_writer/EnvelopeWriter.h>
 
 #include <QDirIterator>
@@ -10,18 +10,25 @@
 #include <QTemporaryDir>
 #include <QtTest>
 
+#include <fcntl.h>
+#include <poll.h>
 #include <signal.h>
+#include <termios.h>
 #include <unistd.h>
 
 namespace {
 
 const QByteArray kPassphrase = "correct horse";
 
-// The program in a session of its own, so it has no terminal to ask on.
-class DetachedProcess : public QProcess
-{
-protected:
-    void setupChildProcess() override { ::setsid(); }
+// The program in a session of its own, so its only terminal is the one named.
+struct Program : QProcess {
+    QByteArray terminal;
+    void setupChildProcess() override
+    {
+        ::setsid();
+        if (!terminal.isEmpty())
+            ::open(terminal.constData(), O_RDWR); // becomes the controlling terminal
+    }
 };
 
 bool writeFile(const QString &path, const QByteArray &content, const QByteArray &passphrase = QByteArray())
@@ -43,14 +50,12 @@ QByteArray contentOf(const QString &path)
 QStringList filesBelow(const QString &folder)
 {
     QStringList files;
-    QDirIterator it(folder, QDir::Files | QDir::Hidden | QDir::System, QDirIterator::Subdirectories);
-    while (it.hasNext())
+    for (QDirIterator it(folder, QDir::Files | QDir::Hidden, QDirIterator::Subdirectories); it.hasNext();)
         files << QDir(folder).relativeFilePath(it.next());
     files.sort();
     return files;
 }
 
-// Bytes that are not text, some kilobytes of them.
 QByteArray binary(int size, int seed)
 {
     QByteArray bytes(size, '\0');
@@ -59,233 +64,211 @@ QByteArray binary(int size, int seed)
     return bytes;
 }
 
+QStringList sortedLines(const QString &text)
+{
+    QStringList lines = text.split('\n', Qt::SkipEmptyParts);
+    lines.sort();
+    return lines;
+}
+
 } // namespace
 
 class DecryptCommandTest : public QObject
 {
     Q_OBJECT
+    QTemporaryDir m_dir;
+    QByteArray m_binary = binary(70000, 3);
+    int m_runs = 0;
+
+    // Starts the program with args ("{pw}" the passphrase file) and input on
+    // standard input; environment holds NAME=VALUE pairs to add.
+    void start(Program *program, QStringList args, const QByteArray &input = {}, const QString &environment = {})
+    {
+        QProcessEnvironment env = QProcessEnvironment::systemEnvironment();
+        for (const char *name : {"DISPLAY", "WAYLAND_DISPLAY", "QT_QPA_PLATFORM"})
+            env.remove(name);
+        env.insert("XDG_CONFIG_HOME", m_dir.filePath("config")); // where a settings store would appear
+        for (const QString &pair : environment.split(' ', Qt::SkipEmptyParts))
+            env.insert(pair.section('=', 0, 0), pair.section('=', 1));
+        program->setProcessEnvironment(env);
+        program->start(QCoreApplication::applicationDirPath() + "/nimbra-crypt",
+                       args.replaceInStrings("{pw}", m_dir.filePath("pw.txt")));
+        program->write(input);
+        program->closeWriteChannel();
+    }
+
+    // A fresh folder: two envelopes, a hidden one and a plain file that no
+    // load may take, and one for another passphrase when wrong.
+    QString makeBatch(bool wrong)
+    {
+        const QString folder = m_dir.filePath(QString::number(++m_runs));
+        writeFile(folder + "/a.txt.nimbra-env", "alpha", kPassphrase);
+        writeFile(folder + "/sub/b.bin.nimbra-env", m_binary, kPassphrase);
+        writeFile(folder + "/.hidden/c.nimbra-env", "hidden", kPassphrase);
+        writeFile(folder + "/plain.txt", "plain");
+        if (wrong)
+            writeFile(folder + "/wrong.dat.nimbra-env", "not for us", "another passphrase");
+        return folder;
+    }
 
 private slots:
-    void initTestCase();
-    void decrypt_data();
-    void decrypt();
-    void usageErrors_data();
-    void usageErrors();
-    void interruptMidBatch();
-    void helpListsEveryMode();
+    void initTestCase() { QVERIFY(writeFile(m_dir.filePath("pw.txt"), kPassphrase + "\nsecond line\n")); }
 
-private:
-    void prepare(DetachedProcess *process, const QStringList &environment = {});
-    // Fills a fresh folder: two envelopes, one for another passphrase when
-    // wrong, a hidden envelope and a plain file that no load may take.
-    QString makeBatch(const QString &name, bool wrong);
+    void decrypt_data()
+    {
+        QTest::addColumn<QString>("args"); // after "--decrypt"; "{d}" is a fresh folder of envelopes
+        QTest::addColumn<QByteArray>("input");
+        QTest::addColumn<QString>("environment");
+        QTest::addColumn<int>("exitCode"); // -2 reads 254
+        QTest::addColumn<QString>("output"); // lines in any order
+        QTest::addColumn<QString>("errors");
+        const QString a = "{d}/a.txt.nimbra-env: Finished -> {d}/a.txt\n", b = "{d}/sub/b.bin.nimbra-env: Finished -> {d}/sub/b.bin\n";
+        const QString wrong = "{d}/wrong.dat.nimbra-env: Error (Passphrase doesn't match Code: 1)\n", p = "nimbra-crypt: ";
+        QTest::newRow("passphrase file, 8 threads, stale DISPLAY") << "--threads 8 --passphrase-file {pw} {d}/" << QByteArray()
+            << "DISPLAY=:99" << 0 << a + b + "2 finished, 0 failed, 0 pending, 2 total" << "2 files loaded.";
+        QTest::newRow("standard input, 1 thread, wrong") << "{d} --threads 1 --passphrase-file -" << kPassphrase + "\r\n" << ""
+            << 254 << a + b + wrong + "2 finished, 1 failed, 0 pending, 3 total" << "3 files loaded.";
+        QTest::newRow("quiet, delete encrypted, wrong") << "--quiet --passphrase-file {pw} --delete-encrypted {d}" << QByteArray()
+            << "" << 254 << wrong + "2 finished, 1 failed, 0 pending, 3 total" << "";
+        QTest::newRow("German, quiet, wrong") << "--passphrase-file {pw} --quiet {d}" << QByteArray() << "LC_ALL=de_DE.UTF-8" << 254
+            << "{d}/wrong.dat.nimbra-env: Fehler (Die Passphrase ist falsch Code: 1)\n"
+               "2 abgeschlossen, 1 fehlgeschlagen, 0 ausstehend, 3 insgesamt" << "";
+        const QList<QPair<QString, QString>> usage{
+            {"--quiet", "No file or folder to decrypt was given."},
+            {"{d} {d}/none", "{d}/none: no such file or folder."},
+            {"--fast {d}", "Unknown option --fast"},
+            {"--threads 0 {d}", "The option --threads takes a number from 1 to 8, not 0."},
+            {"{d} --threads 9", "The option --threads takes a number from 1 to 8, not 9."},
+            {"{d} --passphrase-file", "The option --passphrase-file needs a value."},
+            {"{d}", "No terminal to ask for the passphrase on; give it with --passphrase-file."},
+            {"--passphrase-file {d}/none {d}", "Could not open file {d}/none, for reading. No such file or directory"},
+            {"--passphrase-file {d} {d}", "Could not read {d}. Is a directory"},
+            {"--passphrase-file - {d}", "The passphrase is empty."}};
+        for (const auto &row : usage)
+            QTest::newRow(qPrintable("usage: " + row.second)) << row.first << QByteArray("\n") << "" << 255 << "" << p + row.second;
+    }
 
-    QTemporaryDir m_dir;
-    QTemporaryDir m_config;
-    QString m_passphraseFile;
-    QByteArray m_binary = binary(70000, 3);
+    // Byte-exact outputs beside the envelopes, nothing else written, a failed
+    // envelope kept without an output, only successful envelopes deleted, no
+    // progress line where standard error is no terminal; after a usage error
+    // (exit code -1) nothing written at all.
+    void decrypt()
+    {
+        QFETCH(QString, args);
+        QFETCH(QByteArray, input);
+        QFETCH(QString, environment);
+        QFETCH(int, exitCode);
+        QFETCH(QString, output);
+        QFETCH(QString, errors);
+        const bool wrong = output.contains("wrong.dat"), wrote = exitCode != 255;
+        const QString folder = makeBatch(wrong);
+        Program program;
+        start(&program, QStringList{"--decrypt"} + args.replace("{d}", folder).split(' '), input, environment);
+        QVERIFY(program.waitForFinished(120000));
+        QCOMPARE(program.exitCode(), exitCode);
+        QCOMPARE(sortedLines(program.readAllStandardOutput()), sortedLines(output.replace("{d}", folder)));
+        QCOMPARE(QString::fromUtf8(program.readAllStandardError()).trimmed(), errors.replace("{d}", folder));
+        QStringList expected{".hidden/c.nimbra-env", "plain.txt"};
+        if (wrote)
+            expected << "a.txt" << "sub/b.bin";
+        if (!wrote || !args.contains("--delete-encrypted"))
+            expected << "a.txt.nimbra-env" << "sub/b.bin.nimbra-env";
+        if (wrong)
+            expected << "wrong.dat.nimbra-env";
+        expected.sort();
+        QCOMPARE(filesBelow(folder), expected);
+        QVERIFY(!wrote || (contentOf(folder + "/a.txt") == "alpha" && contentOf(folder + "/sub/b.bin") == m_binary));
+        QVERIFY(!QFileInfo::exists(m_dir.filePath("config"))); // the window's settings store stays untouched
+    }
+
+    // Without a passphrase file it asks on its terminal: the prompt shows, the
+    // passphrase typed after it is not echoed (only its line end), and the
+    // terminal echoes again afterwards.
+    void terminalPrompt()
+    {
+        const int master = ::posix_openpt(O_RDWR | O_NOCTTY);
+        QVERIFY(master >= 0 && ::grantpt(master) == 0 && ::unlockpt(master) == 0);
+        const int terminal = ::open(::ptsname(master), O_RDWR | O_NOCTTY); // keeps its settings readable
+        Program program;
+        program.terminal = ::ptsname(master);
+        start(&program, {"--decrypt", makeBatch(false)});
+        QByteArray shown;
+        char bytes[256];
+        pollfd readable{master, POLLIN, 0};
+        for (const QByteArray end : {"Passphrase: ", "\r\n"}) {
+            while (!shown.endsWith(end) && ::poll(&readable, 1, 60000) == 1)
+                shown += QByteArray(bytes, int(qMax<ssize_t>(0, ::read(master, bytes, sizeof bytes))));
+            if (end != "\r\n")
+                QCOMPARE(::write(master, (kPassphrase + "\n").constData(), size_t(kPassphrase.size() + 1)), ssize_t(kPassphrase.size() + 1));
+        }
+        QVERIFY(program.waitForFinished(120000));
+        QCOMPARE(shown, QByteArray("Passphrase: \r\n"));
+        QCOMPARE(program.exitCode(), 0);
+        termios settings;
+        QVERIFY(::tcgetattr(terminal, &settings) == 0 && (settings.c_lflag & ECHO));
+        ::close(terminal);
+        ::close(master);
+    }
+
+    void interrupt_data()
+    {
+        QTest::addColumn<bool>("wrong");
+        QTest::addColumn<int>("exitCode");
+        QTest::newRow("pending") << false << 253;
+        QTest::newRow("pending and failed") << true << 252;
+    }
+
+    // SIGINT while the first of three large files is being written, one
+    // thread (after a wrong envelope named first has failed): the batch stops
+    // as the Stop button stops it. Whatever output name exists holds a whole
+    // plaintext, the envelopes are untouched, the exit code says what is pending.
+    void interrupt()
+    {
+        QFETCH(bool, wrong);
+        QFETCH(int, exitCode);
+        const QString folder = m_dir.filePath(QTest::currentDataTag()), failing = folder + "-wrong.nimbra-env";
+        QList<QByteArray> plain, sealed;
+        for (int i = 0; i < 3; ++i) {
+            plain << binary(24 << 20, i);
+            QVERIFY(writeFile(folder + QString("/big%1.nimbra-env").arg(i), plain.last(), kPassphrase));
+            sealed << contentOf(folder + QString("/big%1.nimbra-env").arg(i));
+        }
+        QVERIFY(writeFile(failing, "x", "another passphrase"));
+        Program program;
+        start(&program, QStringList{"--decrypt", "--threads", "1", "--passphrase-file", "{pw}"}
+                            + (wrong ? QStringList{failing, folder} : QStringList{folder}));
+        // The first output (or its temporary name) appears once a file is
+        // being written; looked for often, so the signal comes while it is.
+        QElapsedTimer clock;
+        clock.start();
+        while (filesBelow(folder).size() == 3 && !program.waitForFinished(0) && clock.elapsed() < 120000)
+            QThread::usleep(200);
+        QCOMPARE(::kill(pid_t(program.processId()), SIGINT), 0);
+        QVERIFY(program.waitForFinished(120000));
+        QCOMPARE(program.exitStatus(), QProcess::NormalExit);
+        QCOMPARE(program.exitCode(), exitCode);
+        for (int i = 0; i < 3; ++i) {
+            const QString envelope = folder + QString("/big%1.nimbra-env").arg(i), output = envelope.chopped(11);
+            QVERIFY(contentOf(envelope) == sealed.at(i));
+            QVERIFY2(!QFile::exists(output) || contentOf(output) == plain.at(i), qPrintable(output));
+        }
+        QVERIFY(filesBelow(folder).filter(QRegularExpression("(^|/)\\.")).isEmpty()); // no hidden leftovers
+        const QString summary = sortedLines(program.readAllStandardOutput()).filter(" total").value(0);
+        const QString counts = wrong ? "1 failed, [1-3] pending, 4 total" : "0 failed, [1-3] pending, 3 total";
+        QVERIFY2(QRegularExpression("^[0-2] finished, " + counts + "$").match(summary).hasMatch(), qPrintable(summary));
+    }
+
+    void help()
+    {
+        Program program;
+        start(&program, {"--help"});
+        QVERIFY(program.waitForFinished(120000) && program.exitCode() == 0);
+        const QString help = QString::fromUtf8(program.readAllStandardOutput());
+        for (const char *word : {" PATH...", " '*'", " -file-list ", " -test ", " -test-list ", " -v, --version", " --help",
+                                 " --decrypt ", "--passphrase-file FILE", "--threads N", "--delete-encrypted", "--quiet"})
+            QVERIFY2(help.contains(word), word);
+    }
 };
-
-void DecryptCommandTest::initTestCase()
-{
-    QVERIFY(m_dir.isValid() && m_config.isValid());
-    m_passphraseFile = m_dir.filePath("pw.txt");
-    QVERIFY(writeFile(m_passphraseFile, kPassphrase + "\nsecond line\n"));
-}
-
-void DecryptCommandTest::prepare(DetachedProcess *process, const QStringList &environment)
-{
-    QProcessEnvironment env = QProcessEnvironment::systemEnvironment();
-    for (const char *name : {"DISPLAY", "WAYLAND_DISPLAY", "QT_QPA_PLATFORM"})
-        env.remove(name);
-    env.insert("XDG_CONFIG_HOME", m_config.path()); // where a settings store would appear
-    for (const QString &pair : environment)
-        env.insert(pair.section('=', 0, 0), pair.section('=', 1));
-    process->setProcessEnvironment(env);
-    process->setProgram(QCoreApplication::applicationDirPath() + "/nimbra-crypt");
-}
-
-QString DecryptCommandTest::makeBatch(const QString &name, bool wrong)
-{
-    const QString folder = m_dir.filePath(name);
-    writeFile(folder + "/a.txt.nimbra-env", "alpha", kPassphrase);
-    writeFile(folder + "/sub/b.bin.nimbra-env", m_binary, kPassphrase);
-    writeFile(folder + "/.hidden/c.nimbra-env", "hidden", kPassphrase);
-    writeFile(folder + "/plain.txt", "plain");
-    if (wrong)
-        writeFile(folder + "/wrong.dat.nimbra-env", "not for us", "another passphrase");
-    return folder;
-}
-
-void DecryptCommandTest::decrypt_data()
-{
-    QTest::addColumn<QStringList>("options"); // "{pw}" is the passphrase file
-    QTest::addColumn<QByteArray>("input");
-    QTest::addColumn<QStringList>("environment");
-    QTest::addColumn<bool>("wrong");
-    QTest::addColumn<int>("exitCode"); // -2 reads 254
-    QTest::addColumn<QStringList>("lines"); // in any order; "{d}" is the folder
-
-    const QString a = "{d}/a.txt.nimbra-env: Finished -> {d}/a.txt", b = "{d}/sub/b.bin.nimbra-env: Finished -> {d}/sub/b.bin";
-    const QString wrong = "{d}/wrong.dat.nimbra-env: Error (Passphrase doesn't match Code: 1)";
-    QTest::newRow("passphrase file, stale DISPLAY")
-        << QStringList{"--passphrase-file", "{pw}"} << QByteArray() << QStringList{"DISPLAY=:99"} << false << 0
-        << QStringList{"2 finished, 0 failed, 0 pending, 2 total", a, b};
-    QTest::newRow("standard input, one wrong")
-        << QStringList{"--threads", "1", "--passphrase-file", "-"} << kPassphrase + "\r\n" << QStringList() << true
-        << 254 << QStringList{"2 finished, 1 failed, 0 pending, 3 total", a, b, wrong};
-    QTest::newRow("delete encrypted") << QStringList{"--delete-encrypted", "--passphrase-file", "{pw}"} << QByteArray()
-                                      << QStringList() << true << 254
-                                      << QStringList{"2 finished, 1 failed, 0 pending, 3 total", a, b, wrong};
-    QTest::newRow("quiet") << QStringList{"--passphrase-file", "{pw}", "--quiet"} << QByteArray() << QStringList()
-                           << true << 254 << QStringList{"2 finished, 1 failed, 0 pending, 3 total", wrong};
-    QTest::newRow("German") << QStringList{"--passphrase-file", "{pw}"} << QByteArray()
-                            << QStringList{"LC_ALL=de_DE.UTF-8"} << true << 254
-                            << QStringList{"2 abgeschlossen, 1 fehlgeschlagen, 0 ausstehend, 3 insgesamt",
-                                           "{d}/a.txt.nimbra-env: Abgeschlossen -> {d}/a.txt",
-                                           "{d}/sub/b.bin.nimbra-env: Abgeschlossen -> {d}/sub/b.bin",
-                                           "{d}/wrong.dat.nimbra-env: Fehler (Die Passphrase ist falsch Code: 1)"};
-}
-
-// Byte-exact outputs beside the envelopes, nothing else written, the failed
-// envelope kept without an output, and only successful envelopes deleted.
-void DecryptCommandTest::decrypt()
-{
-    QFETCH(QStringList, options);
-    QFETCH(QByteArray, input);
-    QFETCH(QStringList, environment);
-    QFETCH(bool, wrong);
-    QFETCH(int, exitCode);
-    QFETCH(QStringList, lines);
-    const QString folder = makeBatch(QTest::currentDataTag(), wrong);
-    DetachedProcess process;
-    prepare(&process, environment);
-    process.setArguments(QStringList{"--decrypt"} + options.replaceInStrings("{pw}", m_passphraseFile) + QStringList{folder + '/'});
-    process.start();
-    process.write(input);
-    process.closeWriteChannel();
-    QVERIFY(process.waitForFinished(120000));
-    const QString errors = QString::fromUtf8(process.readAllStandardError());
-    QCOMPARE(process.exitCode(), exitCode);
-    QStringList printed = QString::fromUtf8(process.readAllStandardOutput()).split('\n', Qt::SkipEmptyParts);
-    printed.sort();
-    lines.replaceInStrings("{d}", folder).sort();
-    QCOMPARE(printed, lines);
-    QVERIFY2(!errors.contains(QRegularExpression("[\r\x1b]")), qPrintable(errors)); // no progress line
-
-    const bool deleted = options.contains("--delete-encrypted");
-    QStringList expected{".hidden/c.nimbra-env", "a.txt", "plain.txt", "sub/b.bin"};
-    if (!deleted)
-        expected << "a.txt.nimbra-env" << "sub/b.bin.nimbra-env";
-    if (wrong)
-        expected << "wrong.dat.nimbra-env";
-    expected.sort();
-    QCOMPARE(filesBelow(folder), expected);
-    QCOMPARE(contentOf(folder + "/a.txt"), QByteArray("alpha"));
-    QCOMPARE(contentOf(folder + "/sub/b.bin"), m_binary);
-    QVERIFY(QDir(m_config.path()).isEmpty()); // the window's settings store stays untouched
-}
-
-void DecryptCommandTest::usageErrors_data()
-{
-    QTest::addColumn<QStringList>("args"); // "{d}" is a folder of envelopes
-    QTest::addColumn<QByteArray>("input");
-    QTest::addColumn<QString>("error");
-    const QString p = QStringLiteral("nimbra-crypt: ");
-    QTest::newRow("no path") << QStringList{"--decrypt", "--quiet"} << QByteArray()
-                             << p + "No file or folder to decrypt was given.";
-    QTest::newRow("unknown option") << QStringList{"--decrypt", "--fast", "{d}"} << QByteArray()
-                                    << p + "Unknown option --fast";
-    QTest::newRow("threads 9") << QStringList{"--decrypt", "--threads", "9", "{d}"} << QByteArray()
-                               << p + "The option --threads takes a number from 1 to 8, not 9.";
-    QTest::newRow("threads x") << QStringList{"--decrypt", "{d}", "--threads", "x"} << QByteArray()
-                               << p + "The option --threads takes a number from 1 to 8, not x.";
-    QTest::newRow("no value") << QStringList{"--decrypt", "{d}", "--passphrase-file"} << QByteArray()
-                              << p + "The option --passphrase-file needs a value.";
-    QTest::newRow("no terminal") << QStringList{"--decrypt", "{d}"} << QByteArray()
-                                 << p + "No terminal to ask for the passphrase on; give it with --passphrase-file.";
-    QTest::newRow("missing passphrase file")
-        << QStringList{"--decrypt", "--passphrase-file", "{d}/none", "{d}"} << QByteArray()
-        << p + "Could not open file {d}/none, for reading. No such file or directory";
-    QTest::newRow("empty passphrase") << QStringList{"--decrypt", "--passphrase-file", "-", "{d}"} << QByteArray("\n")
-                                      << p + "The passphrase is empty.";
-}
-
-// A one-line error naming what is wrong, exit code -1, nothing written.
-void DecryptCommandTest::usageErrors()
-{
-    QFETCH(QStringList, args);
-    QFETCH(QByteArray, input);
-    QFETCH(QString, error);
-    const QString folder = makeBatch("usage", false);
-    const QStringList before = filesBelow(folder);
-    DetachedProcess process;
-    prepare(&process);
-    process.setArguments(args.replaceInStrings("{d}", folder));
-    process.start();
-    process.write(input);
-    process.closeWriteChannel();
-    QVERIFY(process.waitForFinished(120000));
-    QCOMPARE(process.exitCode(), 255);
-    QCOMPARE(QString::fromUtf8(process.readAllStandardError()), error.replace("{d}", folder) + '\n');
-    QCOMPARE(process.readAllStandardOutput(), QByteArray());
-    QCOMPARE(filesBelow(folder), before);
-}
-
-// SIGINT while the first of three large files is being written, one thread:
-// the batch stops as the Stop button stops it. Whatever output name exists
-// holds a whole plaintext, the envelopes are untouched, and the exit code
-// says that files are pending.
-void DecryptCommandTest::interruptMidBatch()
-{
-    const QString folder = m_dir.filePath("interrupt");
-    QList<QByteArray> plain, sealed;
-    for (int i = 0; i < 3; ++i) {
-        plain << binary(24 << 20, i);
-        QVERIFY(writeFile(folder + QString("/big%1.nimbra-env").arg(i), plain.last(), kPassphrase));
-        sealed << contentOf(folder + QString("/big%1.nimbra-env").arg(i));
-    }
-    DetachedProcess process;
-    prepare(&process);
-    process.setArguments({"--decrypt", "--threads", "1", "--passphrase-file", m_passphraseFile, folder});
-    process.start();
-    QVERIFY(process.waitForStarted());
-    // The first output (or its temporary name) appears once a file is being
-    // written; looked for often, so the signal comes while it is.
-    QElapsedTimer clock;
-    clock.start();
-    while (filesBelow(folder).size() == 3 && !process.waitForFinished(0) && clock.elapsed() < 120000)
-        QThread::usleep(200);
-    QCOMPARE(::kill(pid_t(process.processId()), SIGINT), 0);
-    QVERIFY(process.waitForFinished(120000));
-    QCOMPARE(process.exitStatus(), QProcess::NormalExit);
-    QCOMPARE(process.exitCode(), 253);
-    for (int i = 0; i < 3; ++i) {
-        const QString envelope = folder + QString("/big%1.nimbra-env").arg(i);
-        QVERIFY(contentOf(envelope) == sealed.at(i));
-        const QString output = envelope.chopped(11);
-        QVERIFY2(!QFile::exists(output) || contentOf(output) == plain.at(i), qPrintable(output));
-    }
-    QVERIFY(filesBelow(folder).filter(QRegularExpression("(^|/)\\.")).isEmpty()); // no hidden leftovers
-    const QStringList lines = QString::fromUtf8(process.readAllStandardOutput()).split('\n', Qt::SkipEmptyParts);
-    const QString summary = lines.value(lines.size() - 1);
-    QVERIFY2(QRegularExpression("^[0-2] finished, 0 failed, [1-3] pending, 3 total$").match(summary).hasMatch(),
-             qPrintable(summary));
-}
-
-void DecryptCommandTest::helpListsEveryMode()
-{
-    DetachedProcess process;
-    prepare(&process);
-    process.setArguments({"--help"});
-    process.start();
-    QVERIFY(process.waitForFinished(120000));
-    QCOMPARE(process.exitCode(), 0);
-    const QString help = QString::fromUtf8(process.readAllStandardOutput());
-    for (const char *word : {" PATH...", " '*'", " -file-list ", " -test ", " -test-list ", " -v, --version", " --help",
-                             " --decrypt ", "--passphrase-file FILE", "--threads N", "--delete-encrypted", "--quiet"})
-        QVERIFY2(help.contains(word), word);
-}
 
 QTEST_GUILESS_MAIN(DecryptCommandTest)
 #include "DecryptCommandTest.moc"
