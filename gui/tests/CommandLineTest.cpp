@@ -1,8 +1,9 @@
 // The program's command line, run as a real process on real files: the
 // windowless modes of nimbra-crypt with their exit codes and output, and what
-// the window-starting forms load and how they title the window (its twin
-// nimbra-crypt-report prints that once the loading has ended, then quits),
-// or how the window fails without a display.
+// the window-starting forms and the operating system's request to open a file
+// load and how they title the window (its twin nimbra-crypt-report prints
+// that once the loading has ended, then quits), or how the window fails
+// without a display.
 #include "GuiTestSupport.h"
 
 #include <QProcess>
@@ -28,7 +29,9 @@ private:
 void CommandLineTest::initTestCase()
 {
     QVERIFY(dir.isValid() && config.isValid());
-    qputenv("XDG_CONFIG_HOME", config.path().toUtf8()); // the runs inherit it, and the offscreen platform
+    // The runs inherit them: a private settings store and runtime folder.
+    qputenv("XDG_CONFIG_HOME", config.path().toUtf8());
+    qputenv("XDG_RUNTIME_DIR", config.path().toUtf8());
     const QString d = dir.path();
     QVERIFY(writeFile(d + "/with/a.txt.nimbra-env", "alpha", "pw"));
     QVERIFY(writeFile(d + "/with/notes.txt", "plain"));
@@ -42,10 +45,10 @@ void CommandLineTest::modes_data()
 {
     QTest::addColumn<QStringList>("args");
     QTest::addColumn<QString>("input"); // standard input
-    QTest::addColumn<QString>("display"); // "" the offscreen platform, "none", or a DISPLAY
+    QTest::addColumn<QString>("display"); // "" the offscreen platform, "none", a DISPLAY, or a path to open
     QTest::addColumn<int>("exitCode"); // -1 reads 255
     QTest::addColumn<QStringList>("output"); // lines, in any order; a title comes from the twin
-    QTest::addColumn<QString>("error"); // a part of standard error, when it matters
+    QTest::addColumn<QString>("error"); // a part of standard error; none at all for a windowless mode
     const QStringList version{"Orn Nimbra Crypt 4.1.2.91"};
     const QString title = QStringLiteral("title=Orn Nimbra Crypt");
     const QString a = QStringLiteral("path={with/a.txt.nimbra-env}");
@@ -76,6 +79,7 @@ void CommandLineTest::modes_data()
     QTest::newRow("-file-list") << QStringList{"-file-list", "{list-with.txt}"} << "" << "" << 0 << QStringList{title, a} << "";
     QTest::newRow("-file-list from a pipe") << QStringList{"-file-list", "/dev/stdin"} << "{deep}\n" << "" << 0
                                             << QStringList{title, "path={deep/er/b.nimbra-env}"} << "";
+    QTest::newRow("open request: envelopes") << QStringList() << "" << "{with}" << 0 << QStringList{title, a} << "File Open Event";
     QTest::newRow("unknown option is a path") << QStringList{"-V"} << "" << "" << 0 << QStringList{title + " - -V"} << "";
     QTest::newRow("window, stale DISPLAY") << QStringList() << "" << ":99" << 255 << QStringList()
                                            << noDisplay + "the display :99 cannot be opened).";
@@ -98,10 +102,12 @@ void CommandLineTest::modes()
     QProcessEnvironment environment = QProcessEnvironment::systemEnvironment();
     environment.remove(QStringLiteral("DISPLAY"));
     environment.remove(QStringLiteral("WAYLAND_DISPLAY"));
-    if (!display.isEmpty())
+    if (display.startsWith(':') || display == "none")
         environment.remove(QStringLiteral("QT_QPA_PLATFORM"));
     if (display.startsWith(':'))
         environment.insert(QStringLiteral("DISPLAY"), display);
+    if (display.startsWith('{'))
+        environment.insert(QStringLiteral("NM_FILE_OPEN"), expand({display}).first());
     process.setProcessEnvironment(environment);
     process.start(QCoreApplication::applicationDirPath() + (window ? "/nimbra-crypt-report" : "/nimbra-crypt"), expand(args));
     process.write(expand({input}).first().toUtf8());
@@ -115,7 +121,7 @@ void CommandLineTest::modes()
     output.sort();
     QCOMPARE(lines, output);
     const QString errors = QString::fromUtf8(process.readAllStandardError());
-    QVERIFY2(errors.contains(expand({error}).first()), qPrintable(errors));
+    QVERIFY2(error.isEmpty() && !window ? errors.isEmpty() : errors.contains(expand({error}).first()), qPrintable(errors));
 }
 
 QTEST_MAIN(CommandLineTest)

@@ -1,6 +1,7 @@
 // The program with one addition for the command-line test: once the loading
 // that its command line started has ended, it prints "title=<window title>"
-// and one "path=<path>" line per pending path, then quits with 0.
+// and one "path=<path>" line per pending path, then quits with 0. A path in
+// NM_FILE_OPEN comes first as the operating system's request to open it.
 #include <BusyDialog.h>
 #include <MainWindow.h>
 #include <Program.h>
@@ -9,6 +10,7 @@
 #include <engine/TaskManager.h>
 
 #include <QCoreApplication>
+#include <QFileOpenEvent>
 #include <QTimer>
 
 #include <cstdio>
@@ -29,6 +31,8 @@ static void reportWhenLoaded(MainWindow *window)
 int main(int argc, char **argv)
 {
     return runProgram(argc, argv, [](MainWindow *window) {
+        if (qEnvironmentVariableIsSet("NM_FILE_OPEN"))
+            QCoreApplication::postEvent(qApp, new QFileOpenEvent(qEnvironmentVariable("NM_FILE_OPEN")));
         QTimer::singleShot(0, window, [window] { reportWhenLoaded(window); });
     });
 }
