@@ -56,8 +56,10 @@ void BatchReport::beginBatch()
     }
     m_totalFiles += paths.size();
     m_clock.start();
-    if (m_showProgress)
+    if (m_showProgress) {
+        onProgressTimer(); // at once, so that even a short batch shows it
         m_timer.start();
+    }
 }
 
 void BatchReport::taskChanged(const CryptTask *task)

@@ -20,14 +20,15 @@ namespace {
 
 const QByteArray kPassphrase = "correct horse";
 
-// The program in a session of its own, so its only terminal is the one named.
+// The program in a session of its own, so its only terminal is the one named,
+// which is its standard error too.
 struct Program : QProcess {
     QByteArray terminal;
     void setupChildProcess() override
     {
         ::setsid();
         if (!terminal.isEmpty())
-            ::open(terminal.constData(), O_RDWR); // becomes the controlling terminal
+            ::dup2(::open(terminal.constData(), O_RDWR), STDERR_FILENO); // becomes the controlling terminal
     }
 };
 
@@ -137,6 +138,7 @@ private slots:
             {"--quiet", "No file or folder to decrypt was given."},
             {"{d} {d}/none", "{d}/none: no such file or folder."},
             {"--fast {d}", "Unknown option --fast"},
+            {"{d} -- --quiet", "--quiet: no such file or folder."},
             {"--threads 0 {d}", "The option --threads takes a number from 1 to 8, not 0."},
             {"{d} --threads 9", "The option --threads takes a number from 1 to 8, not 9."},
             {"{d} --passphrase-file", "The option --passphrase-file needs a value."},
@@ -182,8 +184,9 @@ private slots:
     }
 
     // Without a passphrase file it asks on its terminal: the prompt shows, the
-    // passphrase typed after it is not echoed (only its line end), and the
-    // terminal echoes again afterwards.
+    // passphrase typed after it is not echoed (only its line end), standard
+    // error (the terminal) shows a progress line that is erased before the
+    // lines of standard output, and the terminal echoes again afterwards.
     void terminalPrompt()
     {
         const int master = ::posix_openpt(O_RDWR | O_NOCTTY);
@@ -195,14 +198,15 @@ private slots:
         QByteArray shown;
         char bytes[256];
         pollfd readable{master, POLLIN, 0};
-        for (const QByteArray end : {"Passphrase: ", "\r\n"}) {
-            while (!shown.endsWith(end) && ::poll(&readable, 1, 60000) == 1)
+        for (const QByteArray end : {"Passphrase: ", " left\r\x1b[K"}) {
+            while (!shown.endsWith(end) && ::poll(&readable, 1, 20000) == 1)
                 shown += QByteArray(bytes, int(qMax<ssize_t>(0, ::read(master, bytes, sizeof bytes))));
-            if (end != "\r\n")
+            if (end == "Passphrase: ")
                 QCOMPARE(::write(master, (kPassphrase + "\n").constData(), size_t(kPassphrase.size() + 1)), ssize_t(kPassphrase.size() + 1));
         }
         QVERIFY(program.waitForFinished(120000));
-        QCOMPARE(shown, QByteArray("Passphrase: \r\n"));
+        QVERIFY2(shown.startsWith("Passphrase: \r\n2 files loaded.\r\n\r\x1b[K0% 0 of 2 files, 0.0 MB/s, -:-- left\r\x1b[K"),
+                 shown.constData());
         QCOMPARE(program.exitCode(), 0);
         termios settings;
         QVERIFY(::tcgetattr(terminal, &settings) == 0 && (settings.c_lflag & ECHO));
