@@ -2,119 +2,79 @@
 
 #include <QtTest>
 
-#include <errno.h>
+#include <fcntl.h>
 #include <sys/stat.h>
+#include <sys/syscall.h>
 #include <unistd.h>
 
 namespace {
 
-// The bytes of the regular file at path (UTF-8), "<missing>" when none.
-QByteArray contentOf(const QByteArray &path)
+// What reached the system's sync calls, in order: "fdatasync PATH", "fsync PATH".
+QStringList g_syncs;
+
+int recordSync(const char *call, long number, int fd)
 {
-    struct stat st;
-    QFile f(QString::fromUtf8(path));
-    if (stat(path.constData(), &st) != 0 || !S_ISREG(st.st_mode) || !f.open(QIODevice::ReadOnly))
-        return "<missing>";
-    return f.readAll();
+    char target[4096];
+    const ssize_t n = readlink(("/proc/self/fd/" + QByteArray::number(fd)).constData(), target, sizeof target);
+    g_syncs << QLatin1String(call) + ' ' + QString::fromUtf8(target, int(qMax<ssize_t>(n, 0)));
+    return int(syscall(number, fd));
 }
 
 } // namespace
 
+// The platform layer's syncs land here instead of in the C library.
+extern "C" int fdatasync(int fd) { return recordSync("fdatasync", SYS_fdatasync, fd); }
+extern "C" int fsync(int fd) { return recordSync("fsync", SYS_fsync, fd); }
+
+// Names taken by files of every kind, and what the engine makes of each, are
+// the engine's placement tests; here the calls themselves.
 class TestNmPlace : public QObject
 {
     Q_OBJECT
-    QTemporaryDir m_dir;
-    QByteArray path(const char *name) const { return m_dir.filePath(name).toUtf8(); }
-
-    // Puts an entry of the given kind at name; returns how to recognise it.
-    QByteArray occupy(const char *name, const QByteArray &kind)
-    {
-        const QByteArray p = path(name), target = path("target");
-        unlink(p.constData());
-        rmdir(p.constData());
-        QFile(QString::fromUtf8(target)).remove();
-        if (kind == "file" || kind == "link") {
-            QFile f(QString::fromUtf8(kind == "file" ? p : target));
-            f.open(QIODevice::WriteOnly);
-            f.write("mine");
-        }
-        const bool made = ((kind != "link" && kind != "dangling link")
-                           || symlink(target.constData(), p.constData()) == 0)
-                          && (kind != "fifo" || mkfifo(p.constData(), 0600) == 0)
-                          && (kind != "folder" || mkdir(p.constData(), 0700) == 0);
-        if (!made)
-            qFatal("cannot make %s", p.constData());
-        return state(name);
-    }
-
-    QByteArray state(const char *name) const
-    {
-        struct stat st;
-        if (lstat(path(name).constData(), &st) != 0)
-            return "none";
-        return QByteArray::number(st.st_mode & S_IFMT, 8) + ' ' + contentOf(path(name)) + ' '
-               + contentOf(path("target"));
-    }
 
 private slots:
-    void takenNames_data()
+    // A file is created only where nothing is, a dangling link included, with
+    // the bits asked for; its data reach the disk by fdatasync, its folder's
+    // names by fsync of the folder; it takes a name only if nothing has it.
+    // Its identity is what the system says of it, to the nanosecond, follows
+    // it across a rename, and a change of its device, inode, size or time
+    // alone makes it another. A link is itself, or with follow the file it
+    // leads to.
+    void lifeOfAFile()
     {
-        QTest::addColumn<QByteArray>("kind");
-        for (const char *kind : {"file", "link", "dangling link", "fifo", "folder"})
-            QTest::newRow(kind) << QByteArray(kind);
-    }
-
-    // A taken name, whatever holds it, is neither created, written through
-    // nor replaced: 17 and everything as it was.
-    void takenNames()
-    {
-        QFETCH(QByteArray, kind);
-        const QByteArray before = occupy("taken", kind);
-        nm_file_t f;
-        QCOMPARE(nm_file_create_new(path("taken").constData(), 0600, &f), uint(EEXIST));
-        QVERIFY(!nm_file_is_open(&f));
-        QCOMPARE(nm_file_create_new(path("new").constData(), 0600, &f), 0u);
+        umask(022);
+        QTemporaryDir tmp;
+        const QString dir = QFileInfo(tmp.path()).canonicalFilePath();
+        const QByteArray f = QFile::encodeName(dir + "/f"), g = QFile::encodeName(dir + "/g"), l = QFile::encodeName(dir + "/l");
+        const struct timespec times[2] = {{0, UTIME_OMIT}, {1000000000, 5}};
+        nm_file_t file, again;
+        nm_file_identity_t opened, named, link;
+        struct stat st;
         size_t n = 0;
-        QCOMPARE(nm_file_write(&f, "plain", 5, &n), 0u);
-        QCOMPARE(nm_file_close(&f), 0u);
-        QCOMPARE(nm_file_place(path("new").constData(), path("taken").constData()), uint(EEXIST));
-        QCOMPARE(state("taken"), before);
-        QCOMPARE(contentOf(path("new")), QByteArray("plain"));
-        QCOMPARE(nm_file_place(path("new").constData(), path("free").constData()), 0u);
-        QCOMPARE(contentOf(path("free")), QByteArray("plain"));
-        QVERIFY(!QFile::exists(m_dir.filePath("new")));
-        QFile::remove(m_dir.filePath("free"));
-    }
-
-    // Permission bits as asked, narrowed by the umask; the identity follows
-    // the file across a rename and tells a rewrite apart.
-    void modeAndIdentity()
-    {
-        const mode_t old = umask(022);
-        nm_file_t f;
-        QCOMPARE(nm_file_create_new(path("m").constData(), 0666, &f), 0u);
-        umask(old);
-        nm_file_identity_t opened, named;
-        QCOMPARE(nm_file_identify(&f, &opened), 0u);
-        QCOMPARE(opened.mode, 0644u);
-        QCOMPARE(opened.type, uint32_t(NM_FILE_TYPE_REGULAR));
-        QCOMPARE(nm_file_sync_data(&f), 0u);
-        QCOMPARE(nm_file_close(&f), 0u);
-        QCOMPARE(nm_file_place(path("m").constData(), path("moved").constData()), 0u);
-        QCOMPARE(nm_dir_sync(m_dir.path().toUtf8().constData()), 0u);
-        QCOMPARE(nm_file_identify_path(path("moved").constData(), 0, &named), 0u);
-        QVERIFY(nm_file_identity_same(&opened, &named));
-        QFile moved(m_dir.filePath("moved"));
-        QVERIFY(moved.open(QIODevice::Append) && moved.write("x") == 1);
-        moved.close();
-        QCOMPARE(nm_file_identify_path(path("moved").constData(), 0, &named), 0u);
+        QCOMPARE(symlink(g.constData(), l.constData()), 0); // leads nowhere yet
+        QCOMPARE(nm_file_create_new(l.constData(), 0600, &file), uint(EEXIST));
+        QVERIFY(nm_file_create_new(f.constData(), 0640, &file) == 0 && nm_file_write(&file, "plain", 5, &n) == 0);
+        g_syncs.clear();
+        QVERIFY(nm_file_sync_data(&file) == 0 && nm_dir_sync(QFile::encodeName(dir).constData()) == 0);
+        QCOMPARE(g_syncs, QStringList({"fdatasync " + dir + "/f", "fsync " + dir}));
+        QVERIFY(futimens(int(file.handle), times) == 0 && fstat(int(file.handle), &st) == 0);
+        QVERIFY(nm_file_identify(&file, &opened) == 0 && nm_file_close(&file) == 0);
+        QCOMPARE(std::make_tuple(opened.device, opened.inode, opened.size, opened.mtime_ns, opened.mode),
+                 std::make_tuple(uint64_t(st.st_dev), uint64_t(st.st_ino), uint64_t(5), int64_t(1000000000000000005), 0640u));
+        QCOMPARE(nm_file_place(f.constData(), l.constData()), uint(EEXIST));
+        QCOMPARE(nm_file_place(f.constData(), g.constData()), 0u);
+        QCOMPARE(nm_file_create_new(g.constData(), 0600, &again), uint(EEXIST));
+        QVERIFY(nm_file_identify_path(g.constData(), 0, &named) == 0 && nm_file_identity_same(&opened, &named));
+        QVERIFY(nm_file_identify_path(l.constData(), 0, &link) == 0 && link.type == NM_FILE_TYPE_OTHER);
+        QVERIFY(nm_file_identify_path(l.constData(), 1, &link) == 0 && nm_file_identity_same(&opened, &link));
+        QVERIFY(link.type == NM_FILE_TYPE_REGULAR && !QFile::exists(QFile::decodeName(f)));
+        for (uint64_t nm_file_identity_t::*field : {&nm_file_identity_t::device, &nm_file_identity_t::inode, &nm_file_identity_t::size}) {
+            nm_file_identity_t other = named;
+            ++(other.*field);
+            QVERIFY(!nm_file_identity_same(&opened, &other));
+        }
+        ++named.mtime_ns;
         QVERIFY(!nm_file_identity_same(&opened, &named));
-        QCOMPARE(nm_file_identify_path(path("absent").constData(), 1, &named), uint(ENOENT));
-        occupy("l", "link");
-        QCOMPARE(nm_file_identify_path(path("l").constData(), 0, &named), 0u);
-        QCOMPARE(named.type, uint32_t(NM_FILE_TYPE_OTHER)); // the link itself
-        QCOMPARE(nm_file_identify_path(path("l").constData(), 1, &named), 0u);
-        QCOMPARE(named.size, uint64_t(4)); // the file it leads to
     }
 };
 
