@@ -30,8 +30,6 @@ class TestFaults : public QObject
     enum Output { NoOutput, Whole, Partial };
 
 private slots:
-    void cleanup() { QCoreApplication::sendPostedEvents(nullptr, QEvent::DeferredDelete); }
-
     void oneEnvelope_data()
     {
         QTest::addColumn<FaultPlan>("plan"); // target "": the folder

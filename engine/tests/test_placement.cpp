@@ -19,7 +19,6 @@ class TestPlacement : public QObject
 
 private slots:
     void initTestCase() { umask(022); }
-    void cleanup() { QCoreApplication::sendPostedEvents(nullptr, QEvent::DeferredDelete); }
 
     void takenNames_data()
     {
