@@ -255,10 +255,13 @@ extern "C" uint32_t nm_file_write(nm_file_t *file, const void *buffer, size_t si
 
 extern "C" uint32_t nm_file_seek(nm_file_t *file, int64_t offset, int origin)
 {
-    if (!file || origin < 0 || origin > 2)
+    if (!file)
         return kInvalid;
     static const int whence[] = {SEEK_SET, SEEK_CUR, SEEK_END};
-    uint32_t err = nm_file_fault(NM_FILE_OP_SEEK, file->handle, nullptr, nullptr);
+    // An unknown origin is a failed seek like any other, logged.
+    uint32_t err = origin < 0 || origin > 2
+                       ? kInvalid
+                       : nm_file_fault(NM_FILE_OP_SEEK, file->handle, nullptr, nullptr);
     if (err == 0 && ::lseek(fd(file), static_cast<off_t>(offset), whence[origin]) < 0)
         err = lastError();
     if (err != 0) {
