@@ -70,10 +70,10 @@ uint32_t openNumbered(LoggerState &s, int number, nm_file_t *file)
 {
     char name[16];
     snprintf(name, sizeof name, "%d", number);
-    const std::string path = s.directory + "/" + name + s.baseName;
+    std::string path = s.directory + "/" + name + s.baseName;
     const uint32_t rc = nm_file_open_append(path.c_str(), file);
     if (rc == 0)
-        s.currentPath = path;
+        s.currentPath.swap(path); // cannot throw once the file is open
     return rc;
 }
 
