@@ -83,12 +83,15 @@ struct FileCase {
   QByteArray message;
   size_t delivered;            // plaintext bytes
   uint32_t probe;
+  uint64_t trailerAt;          // the layout's: where the trailer stood; 0 when not opened
   int failAt = -1;             // the system read that fails
   int faultOp = 0, faultAt = -1;  // the status or seek call that fails
 };
 
 struct Decrypted {
   uint32_t openRc = 0, readRc = 0, sysError = 0;  // readRc: the first failed read's
+  uint32_t layoutRc = 0;
+  nm_crypto_layout_t layout;                      // as the open recorded it
   QByteArray message;
   std::string plaintext;
   std::vector<uint64_t> counts;
@@ -106,6 +109,7 @@ Decrypted decryptFile(const std::string &path, const char *passphrase,
   Decrypted d;
   nm_crypto_dec_t *dec = nm_crypto_dec_new();
   d.openRc = nm_crypto_dec_open(passphrase, path.c_str(), dec, &d.sysError);
+  d.layoutRc = nm_crypto_dec_layout(dec, &d.layout);
   std::vector<uint8_t> storage(70000 + 512, kUntouched);
   uint8_t *buffer = storage.data() + offset + 64 - reinterpret_cast<uintptr_t>(storage.data()) % 64;
   uint64_t count = d.openRc == 0;
@@ -165,7 +169,8 @@ private Q_SLOTS:
     for (uint32_t i = 0; i < 1009; ++i, full += slot8) fullSlots.push_back(120 + 8 * i);
     for (tooMany = full; tooMany.size() < full.size() + 16 * 8;) tooMany += slot8;
     QTest::newRow("main record alone") << m << Slots{24};
-    QTest::newRow("junk before it") << std::string(3000, '\x7f') + m << Slots{3024};
+    QTest::newRow("a record and junk before it")
+        << std::string(3000, '\x7f') + record(0x1234, 8) + m << Slots{3032};
     QTest::newRow("version 2 magic") << with(116, ew::kMagicV2, 4) << Slots{24};
     QTest::newRow("flag bit set") << with(114, 0x8078, 2) << Slots{24};
     QTest::newRow("slots among unknown records")
@@ -177,7 +182,7 @@ private Q_SLOTS:
     QTest::newRow("one byte short") << m.substr(1) << Slots();
     QTest::newRow("empty") << std::string() << Slots();
     QTest::newRow("no magic at the end") << m + "12345678" << Slots();
-    QTest::newRow("main length 121") << "x" + with(114, 121, 2) << Slots();
+    QTest::newRow("main length 121") << with(114, 121, 2) + record(ew::kTagMain, 128) << Slots();
     QTest::newRow("slot tag as main tag") << with(112, ew::kTagKeySlot, 2) << Slots();
     QTest::newRow("length 7") << m + record(0x1234, 7) << Slots();
     QTest::newRow("flag bit alone, length 0") << m + record(0x1234, 0x8000) << Slots();
@@ -303,95 +308,78 @@ private Q_SLOTS:
   void files_data() {
     QTest::addColumn<FileCase>("c");
     const size_t n = plain_.size();
+    const uint64_t side = NM_CRYPTO_TRAILER_IN_SIDE_FILE;
     const std::string full = payload_ + trailer(n, "A"), other = payload_ + trailer(n, "B");
     const QByteArray corrupt = "Input file is corrupt", mismatch = "Passphrase doesn't match",
                      eio = "Cannot read fileInput/output error";
     auto row = [](const char *name, const FileCase &c) { QTest::newRow(name) << c; };
-    row("own trailer", {full, kNone, 0, {}, n, 0});
-    row("side file only", {payload_, trailer(n, "A"), 0, {}, n, 0});
-    row("side file, junk first", {payload_, "junk" + trailer(n, "A"), 0, {}, n, 0});
-    row("own mismatch, side matches", {other, trailer(n, "A"), 0, {}, n, 0});
-    row("own trailer wins", {full, trailer(n, "A", 0, '2'), 0, {}, n, 0});
-    row("mismatch", {other, kNone, 1, mismatch, 0, 0});
-    row("mismatch, side corrupt", {other, "not a trailer", 2, corrupt, 0, 0});
-    row("corrupt, side mismatch", {payload_, trailer(n, "B"), 1, mismatch, 0, 0});
-    row("119 bytes", {std::string(119, 0), kNone, 2, corrupt, 0, 5});
-    row("120 bytes, empty payload", {ew::buildTrailer(0, "A"), kNone, 0, {}, 0, 0});
-    row("text, side file text", {std::string(500, 't'), "text", 2, corrupt, 0, 5});
-    row("trailer of 8,192 bytes", {payload_ + trailer(n, "A", 8072), kNone, 0, {}, n, 0});
+    row("own trailer", {full, kNone, 0, {}, n, 0, n});
+    row("junk before the trailer", {payload_ + "junk" + trailer(n, "A"), kNone, 0, {}, n, 0, n + 4});
+    row("side file only", {payload_, trailer(n, "A"), 0, {}, n, 0, side});
+    row("side file, junk first", {payload_, "junk" + trailer(n, "A"), 0, {}, n, 0, side});
+    row("own mismatch, side matches", {other, trailer(n, "A"), 0, {}, n, 0, side});
+    row("own trailer wins", {full, trailer(n, "A", 0, '2'), 0, {}, n, 0, n});
+    row("mismatch", {other, kNone, 1, mismatch, 0, 0, 0});
+    row("mismatch, side corrupt", {other, "not a trailer", 2, corrupt, 0, 0, 0});
+    row("corrupt, side mismatch", {payload_, trailer(n, "B"), 1, mismatch, 0, 0, 0});
+    row("119 bytes", {std::string(119, 0), kNone, 2, corrupt, 0, 5, 0});
+    row("120 bytes, empty payload", {ew::buildTrailer(0, "A"), kNone, 0, {}, 0, 0, 0});
+    row("text, side file text", {std::string(500, 't'), "text", 2, corrupt, 0, 5, 0});
+    row("trailer of 8,192 bytes", {payload_ + trailer(n, "A", 8072), kNone, 0, {}, n, 0, n});
     row("main record 8,193 bytes from the end",
-        {payload_ + trailer(n, "A", 8073), kNone, 2, corrupt, 0, 5});
-    row("missing", {kNone, kNone, 3, "Cannot open file: No such file or directory", 0, 3});
-    row("tail read fails", {full, kNone, 3, "Cannot read file: Input/output error", 0, 0, 0});
-    row("status fails", {full, kNone, 3, "Cannot examine file: Input/output error", 0, 0, -1,
+        {payload_ + trailer(n, "A", 8073), kNone, 2, corrupt, 0, 5, 0});
+    row("missing", {kNone, kNone, 3, "Cannot open file: No such file or directory", 0, 3, 0});
+    row("tail read fails", {full, kNone, 3, "Cannot read file: Input/output error", 0, 0, 0, 0});
+    row("status fails", {full, kNone, 3, "Cannot examine file: Input/output error", 0, 0, 0, -1,
                          NM_FILE_OP_STAT, 0});
     row("seek to the tail fails", {full, kNone, 3, "Cannot seek in file: Input/output error", 0, 0,
-                                   -1, NM_FILE_OP_SEEK, 0});
+                                   0, -1, NM_FILE_OP_SEEK, 0});
     row("seek to the payload fails", {full, kNone, 3, "Cannot seek in file: Input/output error", 0,
-                                      0, -1, NM_FILE_OP_SEEK, 1});
-    row("first payload read fails", {full, kNone, 3, eio, n, 0, 1});
-    row("last payload read fails", {full, kNone, 3, eio, n, 0, 2});
+                                      0, 0, -1, NM_FILE_OP_SEEK, 1});
+    row("first payload read fails", {full, kNone, 3, eio, n, 0, n, 1});
+    row("last payload read fails", {full, kNone, 3, eio, n, 0, n, 2});
     row("payload cut short",
-        {payload_.substr(0, 66000), trailer(n, "A"), 3, "Read failed", 65536, 0});
+        {payload_.substr(0, 66000), trailer(n, "A"), 3, "Read failed", 65536, 0, side});
   }
 
-  // Opened with "A", then probed, which needs no passphrase.
+  // Opened with "A", then probed, which needs no passphrase. The layout tells
+  // L, where the trailer stood and the envelope as it was opened.
   void files() {
     QFETCH(FileCase, c);
-    place(path("case.nimbra-env"), c.envelope);
-    place(path("case.nimbra-env.nmb-meta"), c.side);
+    const std::string name = path("case.nimbra-env");
+    place(name, c.envelope);
+    place(name + ".nmb-meta", c.side);
     g_calls = 0, g_failAt = c.failAt;
     g_faultCalls = 0, g_faultOp = c.faultOp, g_faultAt = c.faultAt;
-    Decrypted d = decryptFile(path("case.nimbra-env"), "A");
+    Decrypted d = decryptFile(name, "A");
     g_failAt = g_faultAt = -1;
     QCOMPARE(d.openRc ? d.openRc : d.readRc, c.rc);
     QCOMPARE(d.message, c.message);  // none after success, even through the side file
     QCOMPARE(d.sysError != 0, d.openRc == 3);
     QVERIFY(d.plaintext == plain_.substr(0, c.delivered));  // a failed read loses nothing
+    QCOMPARE(d.layoutRc, d.openRc ? 6u : 0u);
+    QCOMPARE(d.layout.trailer_offset, c.trailerAt);
+    QCOMPARE(d.layout.length, c.trailerAt ? uint64_t(plain_.size()) : 0u);
+    nm_file_identity_t file;
+    QCOMPARE(nm_file_identify_path(name.c_str(), 0, &file) == 0 &&
+                 nm_file_identity_same(&d.layout.envelope, &file), d.openRc == 0);
     uint32_t sysError = 0;
-    QCOMPARE(nm_crypto_dec_probe(path("case.nimbra-env").c_str(), &sysError), c.probe);
+    QCOMPARE(nm_crypto_dec_probe(name.c_str(), &sysError), c.probe);
     QVERIFY(c.probe != 3 || sysError != 0);
   }
 
-  void layout_data() {
-    QTest::addColumn<std::string>("envelope");
-    QTest::addColumn<std::string>("side");
-    QTest::addColumn<qulonglong>("trailerAt");  // 0: the open fails
-    const size_t n = plain_.size();
-    const qulonglong side = NM_CRYPTO_TRAILER_IN_SIDE_FILE;
-    QTest::newRow("own trailer") << payload_ + trailer(n, "A") << kNone << qulonglong(n);
-    QTest::newRow("junk before the trailer") << payload_ + "junk" + trailer(n, "A") << kNone
-                                             << qulonglong(n + 4);
-    QTest::newRow("side file") << payload_ << trailer(n, "A") << side;
-    QTest::newRow("own mismatch, side matches") << payload_ + trailer(n, "B") << trailer(n, "A")
-                                                << side;
-    QTest::newRow("mismatch") << payload_ + trailer(n, "B") << kNone << 0ull;
-  }
-
-  // L, where the trailer stood and the envelope as it was opened.
-  void layout() {
-    QFETCH(std::string, envelope);
-    QFETCH(std::string, side);
-    QFETCH(qulonglong, trailerAt);
-    place(path("layout"), envelope);
-    place(path("layout.nmb-meta"), side);
-    nm_crypto_dec_t *dec = nm_crypto_dec_new();
-    nm_crypto_layout_t layout;
-    QCOMPARE(nm_crypto_dec_layout(dec, &layout), 6u);  // not opened yet
-    QCOMPARE(nm_crypto_dec_open("A", path("layout").c_str(), dec, nullptr), trailerAt ? 0u : 1u);
-    QCOMPARE(nm_crypto_dec_layout(dec, &layout), trailerAt ? 0u : 6u);
-    nm_crypto_dec_free(&dec);
-    nm_file_identity_t file;
-    QCOMPARE(nm_file_identify_path(path("layout").c_str(), 0, &file), 0u);
-    QCOMPARE(layout.trailer_offset, trailerAt);
-    QCOMPARE(layout.length, trailerAt ? uint64_t(plain_.size()) : 0u);
-    QCOMPARE(bool(nm_file_identity_same(&layout.envelope, &file)), trailerAt != 0);
-    QCOMPARE(layout.envelope.mode, trailerAt ? file.mode : 0u);
+  void knownAnswer_data() {
+    QTest::addColumn<bool>("wide");  // the processor's vector path, else OpenSSL's
+    QTest::newRow("OpenSSL") << false;
+    QTest::newRow("wide") << true;
   }
 
   // An envelope built byte by byte outside this code base: SHA-256 main slot,
-  // two chunks, the second ending mid-block.
+  // two chunks, the second ending mid-block. Then a chunk number far beyond
+  // any test file, where every byte of the counter counts.
   void knownAnswer() {
+    QFETCH(bool, wide);
+    if (wide && !nm_wide_available()) QSKIP("this processor has no 512-bit vector AES");
     place(path("kat"), QByteArray::fromHex(
         "827fcc658254fdc1b885f0fcde75231939b1d8868375658a40d3784c3378307544cc048f86103b53ddc5"
         "8c8cde11a38c557fc89f5ca705b693a62ecd39a994ea19d3c775302db1f4a733e43a357bdedaf47a1a31"
@@ -400,30 +388,18 @@ private Q_SLOTS:
         "3928439c033274be169bf5642b797d094bff23639666c9e715584d39680467303132333435363738393a"
         "3b3c3d3e3f000000000000000000000000000000000000000000000000000000000000000000010002"
         "0003000481060078b10bb10b").toStdString());
+    nm_keystream_allow_wide(wide);
     Decrypted d = decryptFile(path("kat"), "kat passphrase", {128}, 1);
     QCOMPARE(d.openRc + d.readRc, 0u);
     QCOMPARE(QByteArray::fromStdString(d.plaintext),
              QByteArray("Known answer: 128-byte chunks, counter XORed big-endian into the IV, "
                         "ciphertext fed back, keystream plus 0x5A. The second chunk ends "
                         "mid-block."));
-  }
-
-  void highChunkNumbers_data() {
-    QTest::addColumn<bool>("wide");
-    QTest::newRow("OpenSSL") << false;
-    QTest::newRow("wide") << true;
-  }
-
-  // Chunk numbers far beyond any test file: every byte of the counter counts.
-  void highChunkNumbers() {
-    QFETCH(bool, wide);
-    if (wide && !nm_wide_available()) QSKIP("this processor has no 512-bit vector AES");
     const QByteArray key = QByteArray::fromHex("000102030405060708090a0b0c0d0e0f"),
                      iv = QByteArray::fromHex("f0f1f2f3f4f5f6f7f8f9fafbfcfdfeff");
     uint8_t data[17], scratch[NM_KEYSTREAM_SCRATCH];
     for (int i = 0; i < 16; ++i) data[i + 1] = static_cast<uint8_t>(i * 131 + 7);
     nm_keystream_t stream = {};
-    nm_keystream_allow_wide(wide);
     QCOMPARE(nm_keystream_setup(&stream, reinterpret_cast<const uint8_t *>(key.constData())), 0);
     nm_keystream_allow_wide(true);
     QCOMPARE(stream.wide != 0, wide);
