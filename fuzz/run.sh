@@ -1,8 +1,9 @@
 #!/usr/bin/env bash
 # Runs each fuzz target for a bounded time: fuzz/run.sh <build-dir> <seconds>
-# Corpora live in <build-dir>/fuzz-corpus/<target>, seeded from the envelope
-# writer and the regression folders; crashes land in <build-dir>/fuzz-artifacts
-# (copy them to fuzz/regression/<target>/ once fixed).
+# Corpora live in <build-dir>/fuzz-corpus/<target>, seeded from the regression
+# folders; crashes land in <build-dir>/fuzz-artifacts (copy them to
+# fuzz/regression/<target>/ once fixed, with their line in <target>.expected,
+# which build/bin/fuzz_replay_<target> <file> prints).
 set -euo pipefail
 build=${1:?usage: fuzz/run.sh <build-dir> <seconds>}
 seconds=${2:-60}
@@ -11,7 +12,6 @@ bin="$build/bin"
 corpus="$build/fuzz-corpus"
 artifacts="$build/fuzz-artifacts"
 mkdir -p "$corpus/trailer_walk" "$corpus/examine" "$artifacts"
-"$bin/fuzz_make_seeds" "$corpus/trailer_walk" "$corpus/examine"
 
 export ASAN_OPTIONS=${ASAN_OPTIONS:-detect_leaks=1:abort_on_error=1}
 export UBSAN_OPTIONS=${UBSAN_OPTIONS:-print_stacktrace=1:halt_on_error=1}
