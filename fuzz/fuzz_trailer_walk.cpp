@@ -16,8 +16,9 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t *data, size_t size) {
   if (trailer.slot_count == 0 || trailer.slot_count > NM_TRAILER_MAX_SLOTS + 1 ||
       trailer.main_offset + NM_TRAILER_MAIN_LENGTH > size)
     abort();  // a success must describe a main record inside the tail
-  g_outcome += " main@" + std::to_string(trailer.main_offset) +
-               " L=" + std::to_string(trailer.main.length) + " slots";
+  g_outcome += " main@" + std::to_string(trailer.main_offset) + " L=" +
+               std::to_string(trailer.main.length) + " f0=" + std::to_string(trailer.main.field0) +
+               " slots";
   uint8_t key[16];
   for (uint32_t i = 0; i < trailer.slot_count; ++i) {
     if (trailer.slots[i] >= size) abort();
