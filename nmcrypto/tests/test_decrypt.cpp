@@ -21,7 +21,6 @@
 #include <unistd.h>
 
 namespace ew = envelope_writer;
-Q_DECLARE_METATYPE(std::string)
 
 namespace {
 
@@ -45,9 +44,7 @@ void place(const std::string &path, const std::string &content) {
 int g_calls = 0, g_failAt = -1;
 
 long failingRead(intptr_t handle, void *buffer, size_t size) {
-  if (g_calls++ != g_failAt) return ::read(static_cast<int>(handle), buffer, size);
-  errno = EIO;
-  return -1;
+  return g_calls++ != g_failAt ? ::read(static_cast<int>(handle), buffer, size) : (errno = EIO, -1);
 }
 
 // Status and seek seam: fails call number g_faultAt of operation g_faultOp with EIO.
