@@ -27,7 +27,16 @@ QByteArray readAll(const char *path)
     return f.open(QIODevice::ReadOnly) ? f.readAll() : QByteArray("<missing>");
 }
 
+// A read failing failures times with err: its result, and the system reads it made.
+struct RetryCase {
+    int err, failures;
+    uint result;
+    int calls; // 0: a closed object, which never reaches the system
+};
+
 } // namespace
+
+Q_DECLARE_METATYPE(RetryCase)
 
 // Runs in a temporary folder, so that names are paths.
 class TestNmFile : public QObject
@@ -38,51 +47,37 @@ private slots:
     void init() { nmtestCaptureLog(); }
     void cleanup() { nm_log_reset(); }
 
-    void openRefusals_data()
-    {
-        QTest::addColumn<QByteArray>("name");
-        QTest::addColumn<uint>("flags");
-        QTest::addColumn<uint>("result");
-        QTest::newRow("no access bits") << QByteArray("new") << 256u << 22u;
-        QTest::newRow("line feed") << QByteArray("a\nb") << 258u << 22u;
-        QTest::newRow("missing without open-always") << QByteArray("missing") << 17u << uint(ENOENT);
-        QTest::newRow("directory") << QByteArray("..") << 17u << uint(EISDIR);
-    }
-
+    // Refused opens leave the object closed and create nothing.
     void openRefusals()
     {
-        QFETCH(QByteArray, name);
-        QFETCH(uint, flags);
-        QFETCH(uint, result);
-        nm_file_t f;
-        nm_file_init(&f);
-        QCOMPARE(nm_file_open(name.constData(), &f, flags), result);
-        QVERIFY(!nm_file_is_open(&f));
-        QVERIFY(name == ".." || !QFile::exists(name)); // nothing created
+        const struct { const char *name; uint32_t flags, result; } rows[] = {
+            {"new", 256, 22}, {"a\nb", 258, 22}, {"missing", 17, ENOENT}, {"..", 17, EISDIR}};
+        for (const auto &r : rows) {
+            nm_file_t f;
+            nm_file_init(&f);
+            QCOMPARE(nm_file_open(r.name, &f, r.flags), r.result);
+            QVERIFY(!nm_file_is_open(&f));
+            QVERIFY2(!QFile::exists(r.name) || !strcmp(r.name, ".."), r.name);
+        }
     }
 
     void readRetry_data()
     {
-        QTest::addColumn<int>("err");
-        QTest::addColumn<int>("failures");
-        QTest::addColumn<uint>("result");
-        QTest::addColumn<int>("calls"); // 0: a closed object, which never reaches the system
-        QTest::newRow("ENOMEM twice") << ENOMEM << 2 << 0u << 3;
-        QTest::newRow("EAGAIN ten times") << EAGAIN << 10 << 0u << 11;
-        QTest::newRow("ENOBUFS eleven times") << ENOBUFS << 11 << uint(ENOBUFS) << 11;
-        QTest::newRow("EINTR at once, silently") << EINTR << 20 << 0u << 21;
-        QTest::newRow("EIO not retried") << EIO << 1 << uint(EIO) << 1;
-        QTest::newRow("EPIPE is the end") << EPIPE << 1 << 0u << 1;
-        QTest::newRow("closed object") << 0 << 0 << uint(EBADF) << 0;
+        QTest::addColumn<RetryCase>("c");
+        QTest::newRow("ENOMEM twice") << RetryCase{ENOMEM, 2, 0, 3};
+        QTest::newRow("EAGAIN ten times") << RetryCase{EAGAIN, 10, 0, 11};
+        QTest::newRow("ENOBUFS eleven times") << RetryCase{ENOBUFS, 11, ENOBUFS, 11};
+        QTest::newRow("EINTR at once, silently") << RetryCase{EINTR, 20, 0, 21};
+        QTest::newRow("EIO not retried") << RetryCase{EIO, 1, EIO, 1};
+        QTest::newRow("EPIPE is the end") << RetryCase{EPIPE, 1, 0, 1};
+        QTest::newRow("closed object") << RetryCase{0, 0, EBADF, 0};
     }
 
     // Transient shortages are retried ten times, the first five at once.
     void readRetry()
     {
-        QFETCH(int, err);
-        QFETCH(int, failures);
-        QFETCH(uint, result);
-        QFETCH(int, calls);
+        QFETCH(RetryCase, c);
+        const auto [err, failures, result, calls] = c;
         g_calls = 0, g_failures = failures, g_errno = err;
         nm_file_set_read_fn(failingRead);
         nm_file_t f{calls ? 1234 : NM_FILE_CLOSED};

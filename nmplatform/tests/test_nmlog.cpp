@@ -28,7 +28,16 @@ QVector<uint32_t> logLines(const char *tag)
     return results;
 }
 
+// A line logged at level under threshold: its text, or nothing (empty).
+struct LevelCase {
+    int threshold;
+    uint level;
+    QByteArray message, line;
+};
+
 } // namespace
+
+Q_DECLARE_METATYPE(LevelCase)
 
 // Runs in a temporary folder that holds the numbered log files.
 class TestNmLog : public QObject
@@ -71,30 +80,24 @@ private slots:
 
     void levels_data()
     {
-        QTest::addColumn<int>("threshold");
-        QTest::addColumn<uint>("level");
-        QTest::addColumn<QByteArray>("message");
-        QTest::addColumn<QByteArray>("line"); // its text; empty: dropped
+        QTest::addColumn<LevelCase>("c");
         const char *prefixes[] = {"ERR", "ERR", "LOG", "LOG", "DBG", "TR"};
         for (uint level = 0; level < 6; ++level)
-            QTest::addRow("%u is %s", level, prefixes[level]) << 9 << level << QByteArray("x") << prefixes[level] + QByteArray(" x");
-        QTest::newRow("at the threshold") << 3 << 3u << QByteArray("x") << QByteArray("LOG x");
-        QTest::newRow("above the threshold") << 3 << 4u << QByteArray("x") << QByteArray();
-        QTest::newRow("logging off") << -1 << 0u << QByteArray("x") << QByteArray();
-        QTest::newRow("below -1 logs all") << -2 << 9u << QByteArray("x") << QByteArray("TR x");
-        QTest::newRow("cut at 4,093") << 3 << 1u << QByteArray(5000, 'm') << "ERR " + QByteArray(4089, 'm');
+            QTest::addRow("%u is %s", level, prefixes[level]) << LevelCase{9, level, "x", prefixes[level] + QByteArray(" x")};
+        QTest::newRow("at the threshold") << LevelCase{3, 3, "x", "LOG x"};
+        QTest::newRow("above the threshold") << LevelCase{3, 4, "x", ""};
+        QTest::newRow("logging off") << LevelCase{-1, 0, "x", ""};
+        QTest::newRow("below -1 logs all") << LevelCase{-2, 9, "x", "TR x"};
+        QTest::newRow("cut at 4,093") << LevelCase{3, 1, QByteArray(5000, 'm'), "ERR " + QByteArray(4089, 'm')};
     }
 
     void levels()
     {
-        QFETCH(int, threshold);
-        QFETCH(uint, level);
-        QFETCH(QByteArray, message);
-        QFETCH(QByteArray, line);
-        nm_log_set_level(threshold);
-        NM_LOG(level, "%s", message.constData());
+        QFETCH(LevelCase, c);
+        nm_log_set_level(c.threshold);
+        NM_LOG(c.level, "%s", c.message.constData());
         const QByteArray text = logText();
-        QCOMPARE(text.mid(text.indexOf("] ") + 2), line.isEmpty() ? line : line + "\r\n");
+        QCOMPARE(text.mid(text.indexOf("] ") + 2), c.line.isEmpty() ? c.line : c.line + "\r\n");
     }
 
     // Standard error gets the text without a head: every line when it is the

@@ -5,6 +5,12 @@
 
 #include <QtTest>
 
+// path normalised, then the normalised form prefixed (null: as normalised).
+struct ConvertCase {
+    const char *path, *normalized, *prefixed;
+};
+Q_DECLARE_METATYPE(ConvertCase)
+
 class TestNmPath : public QObject
 {
     Q_OBJECT
@@ -12,38 +18,29 @@ private slots:
     // Each row runs both stages: normalise, then prefix the normalised form.
     void convert_data()
     {
-        QTest::addColumn<QByteArray>("path");
-        QTest::addColumn<QByteArray>("normalized");
-        QTest::addColumn<QByteArray>("prefixed"); // null: as normalised
-        const struct { const char *name, *path, *normalized, *prefixed; } rows[] = {
-            {"empty", "", "", nullptr},
-            {"dot and dotdot", "C:/a/./b/../c", "C:/a/c", nullptr},
-            {"10 chars not prefixed", "C:\\abc\\def", "C:/abc/def", nullptr},
-            {"11 chars prefixed", "C:\\abc\\\\defg\\", "C:/abc/defg", "\\\\?\\C:\\abc\\defg"},
-            {"network", "\\\\server\\share\\x", "//server/share/x", "\\\\?\\UNC\\server\\share\\x"},
-            {"network without share", "//serverwithoutshare", "//serverwithoutshare", "\\\\?\\\\\\serverwithoutshare"},
-            {"dotdot at the root dropped", "/../a", "/a", nullptr},
-            {"relative keeps what it can't resolve", "../a/../../bcdefghijk", "../../bcdefghijk", nullptr},
-            {"all gone", "a/..", ".", nullptr},
-            {"trailing dots dropped when prefixed", "C:/folder../name...", "C:/folder../name...", "\\\\?\\C:\\folder\\name"},
-            {"url as it stands", "https://host//x/../y", "https://host//x/../y", nullptr},
-            {"one-letter scheme is a drive", "C://x/./y", "C:/x/y", nullptr},
-        };
-        for (const auto &r : rows)
-            QTest::newRow(r.name) << QByteArray(r.path) << QByteArray(r.normalized)
-                                  << QByteArray(r.prefixed ? r.prefixed : r.normalized);
+        QTest::addColumn<ConvertCase>("c");
+        QTest::newRow("empty") << ConvertCase{"", "", nullptr};
+        QTest::newRow("dot and dotdot") << ConvertCase{"C:/a/./b/../c", "C:/a/c", nullptr};
+        QTest::newRow("10 chars not prefixed") << ConvertCase{"C:\\abc\\def", "C:/abc/def", nullptr};
+        QTest::newRow("11 chars prefixed") << ConvertCase{"C:\\abc\\\\defg\\", "C:/abc/defg", "\\\\?\\C:\\abc\\defg"};
+        QTest::newRow("network") << ConvertCase{"\\\\server\\share\\x", "//server/share/x", "\\\\?\\UNC\\server\\share\\x"};
+        QTest::newRow("network without share") << ConvertCase{"//serverwithoutshare", "//serverwithoutshare", "\\\\?\\\\\\serverwithoutshare"};
+        QTest::newRow("dotdot at the root dropped") << ConvertCase{"/../a", "/a", nullptr};
+        QTest::newRow("relative keeps what it can't resolve") << ConvertCase{"../a/../../bcdefghijk", "../../bcdefghijk", nullptr};
+        QTest::newRow("all gone") << ConvertCase{"a/..", ".", nullptr};
+        QTest::newRow("trailing dots dropped when prefixed") << ConvertCase{"C:/folder../name...", "C:/folder../name...", "\\\\?\\C:\\folder\\name"};
+        QTest::newRow("url as it stands") << ConvertCase{"https://host//x/../y", "https://host//x/../y", nullptr};
+        QTest::newRow("one-letter scheme is a drive") << ConvertCase{"C://x/./y", "C:/x/y", nullptr};
     }
 
     void convert()
     {
-        QFETCH(QByteArray, path);
-        QFETCH(QByteArray, normalized);
-        QFETCH(QByteArray, prefixed);
+        QFETCH(ConvertCase, c);
         char out[NM_PATH_MAX], longForm[NM_PATH_PREFIXED_MAX + 1];
-        QCOMPARE(nm_path_normalize(path.constData(), out, sizeof out), 0u);
-        QCOMPARE(QByteArray(out), normalized);
+        QCOMPARE(nm_path_normalize(c.path, out, sizeof out), 0u);
+        QCOMPARE(QByteArray(out), QByteArray(c.normalized));
         QCOMPARE(nm_path_prefix(out, longForm, sizeof longForm), 0u);
-        QCOMPARE(QByteArray(longForm), prefixed);
+        QCOMPARE(QByteArray(longForm), QByteArray(c.prefixed ? c.prefixed : c.normalized));
     }
 
     void absolute()

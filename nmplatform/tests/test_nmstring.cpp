@@ -8,39 +8,39 @@
 #include <errno.h>
 #include <iterator>
 
+// source appended to initial in a buffer of size bytes; expected short of
+// initial + source means the source was cut.
+struct AppendCase {
+    QByteArray initial, source;
+    int size;
+    QByteArray expected;
+};
+Q_DECLARE_METATYPE(AppendCase)
+
 class TestNmString : public QObject
 {
     Q_OBJECT
 private slots:
     void append_data()
     {
-        QTest::addColumn<QByteArray>("initial");
-        QTest::addColumn<QByteArray>("source");
-        QTest::addColumn<int>("size");
-        QTest::addColumn<QByteArray>("expected"); // short of initial + source: the source was cut
-        const struct { const char *name, *initial, *source; int size; const char *expected; } rows[] = {
-            {"exact fit", "ab", "cde", 6, "abcde"},
-            {"full buffer, empty source", "abc", "", 4, "abc"},
-            {"ascii cut", "", "abcdef", 4, "abc"},
-            {"2-byte lead cut off", "ab", "\xc3\xa9", 4, "ab"},
-            {"2-byte kept", "a", "\xc3\xa9z", 4, "a\xc3\xa9"},
-            {"3-byte cut after 2", "a", "\xe2\x82\xac", 4, "a"},
-            {"4-byte kept", "", "\xf0\x9f\x98\x80z", 5, "\xf0\x9f\x98\x80"},
-            {"4-byte cut after 3", "", "\xf0\x9f\x98\x80", 4, ""},
-            {"5-byte kept", "", "\xf8\x88\x80\x80\x80z", 6, "\xf8\x88\x80\x80\x80"},
-            {"6-byte cut after 5", "", "\xfc\x84\x80\x80\x80\x80", 6, ""},
-            {"stray continuation bytes kept", "", "\x80\x80\x80\x80", 4, "\x80\x80\x80"},
-        };
-        for (const auto &r : rows)
-            QTest::newRow(r.name) << QByteArray(r.initial) << QByteArray(r.source) << r.size << QByteArray(r.expected);
+        QTest::addColumn<AppendCase>("c");
+        QTest::newRow("exact fit") << AppendCase{"ab", "cde", 6, "abcde"};
+        QTest::newRow("full buffer, empty source") << AppendCase{"abc", "", 4, "abc"};
+        QTest::newRow("ascii cut") << AppendCase{"", "abcdef", 4, "abc"};
+        QTest::newRow("2-byte lead cut off") << AppendCase{"ab", "\xc3\xa9", 4, "ab"};
+        QTest::newRow("2-byte kept") << AppendCase{"a", "\xc3\xa9z", 4, "a\xc3\xa9"};
+        QTest::newRow("3-byte cut after 2") << AppendCase{"a", "\xe2\x82\xac", 4, "a"};
+        QTest::newRow("4-byte kept") << AppendCase{"", "\xf0\x9f\x98\x80z", 5, "\xf0\x9f\x98\x80"};
+        QTest::newRow("4-byte cut after 3") << AppendCase{"", "\xf0\x9f\x98\x80", 4, ""};
+        QTest::newRow("5-byte kept") << AppendCase{"", "\xf8\x88\x80\x80\x80z", 6, "\xf8\x88\x80\x80\x80"};
+        QTest::newRow("6-byte cut after 5") << AppendCase{"", "\xfc\x84\x80\x80\x80\x80", 6, ""};
+        QTest::newRow("stray continuation bytes kept") << AppendCase{"", "\x80\x80\x80\x80", 4, "\x80\x80\x80"};
     }
 
     void append()
     {
-        QFETCH(QByteArray, initial);
-        QFETCH(QByteArray, source);
-        QFETCH(int, size);
-        QFETCH(QByteArray, expected);
+        QFETCH(AppendCase, c);
+        const auto &[initial, source, size, expected] = c;
         QByteArray buf(size + 4, '#'); // the bytes past size stay untouched
         memcpy(buf.data(), initial.constData(), initial.size() + 1);
         size_t len = initial.size();
