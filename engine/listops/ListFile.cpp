@@ -30,11 +30,13 @@ QString refusalOfKind(const QString &path)
     return NM_TR("Not a regular file or a pipe.");
 }
 
-// Splits the bytes read so far into trimmed UTF-8 lines, within the bounds.
+// Splits the bytes read so far into lines, within the bounds. A CR
+// ends a line; an LF right after it belongs to the same line end, also when
+// the two arrive in different reads.
 class LineCollector
 {
 public:
-    explicit LineCollector(QStringList *entries) : m_entries(entries) {}
+    explicit LineCollector(QList<QByteArray> *lines) : m_lines(lines) {}
 
     bool add(const char *bytes, qint64 count, QString *errorText)
     {
@@ -44,40 +46,43 @@ public:
                                QByteArray::number(kMaxListFileBytes >> 20).constData());
             return false;
         }
-        m_pending.append(bytes, int(count));
-        int start = 0;
-        for (int end; (end = m_pending.indexOf('\n', start)) >= 0; start = end + 1) {
-            if (!take(m_pending.mid(start, end - start), errorText))
+        for (const char *end = bytes + count; bytes != end; ++bytes) {
+            const bool lineFeedAfterReturn = *bytes == '\n' && m_afterReturn;
+            m_afterReturn = *bytes == '\r';
+            if (lineFeedAfterReturn)
+                continue;
+            if (*bytes != '\n' && *bytes != '\r')
+                m_pending.append(*bytes);
+            else if (!take(errorText))
                 return false;
         }
-        m_pending.remove(0, start);
-        return m_pending.size() <= kMaxListLineBytes || tooLong(m_lines + 1, errorText);
+        return m_pending.size() <= kMaxListLineBytes || tooLong(errorText);
     }
 
     // The last line, when the input does not end with a line end.
-    bool finish(QString *errorText) { return m_pending.isEmpty() || take(m_pending, errorText); }
+    bool finish(QString *errorText) { return m_pending.isEmpty() || take(errorText); }
 
 private:
-    bool take(const QByteArray &line, QString *errorText)
+    bool take(QString *errorText)
     {
-        ++m_lines;
-        if (line.size() > kMaxListLineBytes)
-            return tooLong(m_lines, errorText);
-        *m_entries << QString::fromUtf8(line).trimmed();
+        if (m_pending.size() > kMaxListLineBytes)
+            return tooLong(errorText);
+        *m_lines << m_pending;
+        m_pending.clear();
         return true;
     }
 
-    static bool tooLong(int line, QString *errorText)
+    bool tooLong(QString *errorText) const
     {
-        *errorText = NM_TR("Line %1$s is longer than %2$s bytes.", QByteArray::number(line).constData(),
+        *errorText = NM_TR("Line %1$s is longer than %2$s bytes.", QByteArray::number(m_lines->size() + 1).constData(),
                            QByteArray::number(kMaxListLineBytes).constData());
         return false;
     }
 
-    QStringList *m_entries;
+    QList<QByteArray> *m_lines;
     QByteArray m_pending;
     qint64 m_total = 0;
-    int m_lines = 0;
+    bool m_afterReturn = false;
 };
 
 // What one read(2) returns: a pipe gives what it holds, without waiting for
@@ -91,7 +96,7 @@ qint64 readSome(int fd, char *buffer, size_t size)
     return count;
 }
 
-bool readOpenList(QFile &file, QStringList *entries, QString *errorText)
+bool readOpenList(QFile &file, QList<QByteArray> *entries, QString *errorText)
 {
     LineCollector lines(entries);
     char chunk[16384];
@@ -110,7 +115,7 @@ bool readOpenList(QFile &file, QStringList *entries, QString *errorText)
 
 } // namespace
 
-bool readListFile(const QString &path, QStringList *entries, QString *errorText)
+bool readListLines(const QString &path, QList<QByteArray> *entries, QString *errorText)
 {
     entries->clear();
     *errorText = refusalOfKind(path);

@@ -75,12 +75,15 @@ bool TaskManager::loadFromFile(QString path, bool onlyEncrypted)
     emit started(NM_TR("Loading files..."), true);
     QStringList entries;
     QString reason;
-    if (!FileLoading::readListFile(path, &entries, &reason)) {
+    int undecodable = 0;
+    if (!FileLoading::readListFile(path, &entries, &reason, &undecodable)) {
         emit error(NM_TR("Could not open file %1$s, for reading. %2$s",
                          path.toUtf8().constData(), reason.toUtf8().constData()));
         return false;
     }
-    startOperation(new FileLoadTask(entries, onlyEncrypted));
+    auto *load = new FileLoadTask(entries, onlyEncrypted);
+    load->setUndecodable(undecodable);
+    startOperation(load);
     return true;
 }
 

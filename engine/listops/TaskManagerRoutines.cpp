@@ -14,8 +14,9 @@
 
 #include <localization/LocaleText.h>
 
-// Progress is reported only for entries that exist. A cancel ends the load
-// without a message: onFinished() clears the status line.
+// Progress is reported only for entries that exist. Each entry is made clean
+// first, so that the decrypt list sees one path per file. A cancel ends the
+// load without a message: onFinished() clears the status line.
 void TaskManager::runFileLoad(FileLoadTask *task)
 {
     if (!task) {
@@ -31,19 +32,20 @@ void TaskManager::runFileLoad(FileLoadTask *task)
     const bool onlyEncrypted = task->onlyEncrypted();
     const FileLoading::CancelTest cancelled = [this] { return cancelRequested(); };
     QStringList collected;
+    int undecodable = task->undecodable();
     for (int i = 0; i < count; ++i) {
         if (cancelled())
             return;
-        const QString entry = entries.at(i).trimmed();
+        const QString entry = FileLoading::cleanPath(entries.at(i).trimmed());
         const QFileInfo info(entry);
         if (entry.isEmpty() || !info.exists())
             continue;
         if (info.isFile()) {
-            if (!onlyEncrypted || FileLoading::isEnvelope(entry, info))
+            if (!onlyEncrypted || FileLoading::isEnvelope(entry))
                 collected << entry;
         } else if (info.isDir()) {
             collected += FileLoading::walkFolder(entry, QStringLiteral("*"), true,
-                                                 onlyEncrypted, cancelled);
+                                                 onlyEncrypted, cancelled, &undecodable);
         }
         task->setProgress(float(i + 1) / float(count));
     }
@@ -52,7 +54,7 @@ void TaskManager::runFileLoad(FileLoadTask *task)
         task->setProgress(1.0f);
         added = DecryptManager::instance()->addFiles(collected);
     }
-    emit filesLoaded(FileLoading::loadSummary(added, collected.size()));
+    emit filesLoaded(FileLoading::loadSummary(added, collected.size(), undecodable));
 }
 
 void TaskManager::runClearStatus(ClearStatusTask *task)

@@ -33,14 +33,13 @@ int runTestList(const QStringList &args)
 {
     if (args.size() != 3)
         return -1;
-    QStringList entries;
     QString reason;
-    if (!FileLoading::readListFile(args.at(2), &entries, &reason)) {
+    if (FileLoading::scanListFileForEnvelopes(args.at(2), &reason))
+        return 0;
+    if (!reason.isEmpty())
         printErrorLine(NM_TR("Could not open file %1$s, for reading. %2$s", args.at(2).toUtf8().constData(),
                              reason.toUtf8().constData()));
-        return -1;
-    }
-    return FileLoading::scanPathsForEnvelopes(entries) ? 0 : -1;
+    return -1;
 }
 
 // "--help": every form of the command line, the window's and the windowless

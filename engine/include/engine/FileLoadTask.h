@@ -20,6 +20,10 @@ public:
     const QList<QUrl> &urls() const { return m_urls; }
     bool urlsGiven() const { return m_urlsGiven; }
     bool onlyEncrypted() const { return m_onlyEncrypted; }
+    // Lines of a list file left out before the load as not UTF-8; the
+    // summary counts them with those of the walk.
+    int undecodable() const { return m_undecodable; }
+    void setUndecodable(int count) { m_undecodable = count; }
 
     // The entries as local paths, in the order given.
     QStringList entries() const;
@@ -32,4 +36,5 @@ private:
     QList<QUrl> m_urls;
     bool m_urlsGiven = false;
     bool m_onlyEncrypted = false;
+    int m_undecodable = 0;
 };

@@ -1,17 +1,8 @@
 // The list operations on one shared folder tree with the real decrypt
 // manager: the folder walk and the test modes, loads and their summaries, the
 // one-at-a-time rule, cancelling, clearing, reloading and deleting.
-#include <fcntl.h>
-#include <signal.h>
-#include <sys/stat.h>
-#include <unistd.h>
-
-#include <atomic>
-#include <thread>
-
 #include <QMetaMethod>
 #include <QProcess>
-#include <QRegularExpression>
 #include <QSemaphore>
 #include <QTemporaryDir>
 #include <QTest>
@@ -34,19 +25,6 @@ void write(const QString &path, bool sealed, const QByteArray &bytes = "plain te
                    : file.open(QIODevice::WriteOnly) && file.write(bytes) == bytes.size());
 }
 
-// Under folder, a chain of folders whose innermost one, holding a file with
-// the envelope suffix, lies beyond the path length limit: no call by path can
-// list it, whoever runs the test. Built by relative steps, which have no limit.
-void buildChainBeyondPathLimit(const QString &folder)
-{
-    const QString start = QDir::currentPath(), level(200, 'd');
-    QVERIFY(QDir().mkpath(folder) && QDir::setCurrent(folder));
-    for (int depth = 0; depth < 24; ++depth)
-        QVERIFY(QDir().mkdir(level) && QDir::setCurrent(level));
-    QVERIFY(QFile("deep.nimbra-env").open(QIODevice::WriteOnly));
-    QVERIFY(QDir::setCurrent(start));
-}
-
 } // namespace
 
 class TestListOps : public QObject
@@ -55,11 +33,13 @@ class TestListOps : public QObject
     QTemporaryDir m_dir{QDir::tempPath() + "/listops-XXXXXX"};
     TaskManager *m_tasks = TaskManager::instance();
     DecryptManager *m_decrypt = DecryptManager::instance();
-    // Every signal of the task manager as "name:text[:flag]". The operation's
-    // thread appends only after passing the gate, which the test holds while
-    // it makes requests, so the two threads never append at once.
+    // Every signal of the task manager as "name:text[:flag]". A started
+    // operation's thread waits at the gate before its body runs; a test holds
+    // the gate while it makes requests, so the two threads never append at
+    // once and a cancel can land before the body's first test.
     QStringList m_lines;
     QSemaphore m_gate{1};
+    int m_deleted = 0; // operation objects deleted by a deferred deletion
 
     QString path(const QString &name) const { return m_dir.filePath(name); }
     QString log() const { return m_lines.join('|'); }
@@ -70,31 +50,47 @@ class TestListOps : public QObject
         QCoreApplication::sendPostedEvents();
     }
 
+public:
+    bool eventFilter(QObject *object, QEvent *event) override
+    {
+        const bool operation = object->inherits("Task") && !object->inherits("CryptTask");
+        m_deleted += operation && event->type() == QEvent::DeferredDelete;
+        return false;
+    }
+
 private slots:
-    // root: a.nimbra-env (envelope), s1/b.NIMBRA-ENV (envelope known by its
-    // content only), s1/t/c.NIMBRA-ENV and s2/d (plain), and in s2 only what
-    // no walk or scan may take: hidden envelopes, a pipe, a loop, a file link.
+    // root (the current folder): a.nimbra-env (plain, an envelope by its
+    // name), s1/b.NIMBRA-ENV (an envelope by its content), s1/t/c.NIMBRA-ENV
+    // and s2/d (plain), and in s2 only what no walk or scan may take: hidden
+    // envelopes, a pipe, a loop, a link to b. Beside it, odd holds names that
+    // are not UTF-8: a plain file and a folder with an envelope; sides holds
+    // x, an envelope by its side file, y, plain with a link to that side file,
+    // and z, plain beside z.nmb-meta.txt.
     void initTestCase()
     {
-        ::signal(SIGPIPE, SIG_IGN); // a pipe's writer learns of the reader's leaving by EPIPE
-        const QString root = path("root");
-        for (const char *name : {"a.nimbra-env", "s1/b.NIMBRA-ENV", "s2/.hidden/e.nimbra-env", "s2/.e.nimbra-env"})
-            write(root + '/' + name, true);
-        for (const char *name : {"s1/t/c.NIMBRA-ENV", "s2/d"})
-            write(root + '/' + name, false);
-        QCOMPARE(::mkfifo(qPrintable(root + "/s2/pipe.nimbra-env"), 0600), 0);
-        QVERIFY(QFile::link(root, root + "/s2/loop"));
-        QVERIFY(QFile::link(root + "/a.nimbra-env", root + "/s2/file-link"));
-        QVERIFY(QFile::link(path("cycle-b"), path("cycle-a")));
-        QVERIFY(QFile::link(path("cycle-a"), path("cycle-b")));
-        buildChainBeyondPathLimit(path("deep"));
+        for (const char *name : {"root/s1/b.NIMBRA-ENV", "root/s2/.hidden/e.nimbra-env", "root/s2/.e", "odd/x"})
+            write(path(name), true);
+        // The shell writes the plain files, names files in bytes, and builds by
+        // relative steps a chain of folders beyond the path length limit: no
+        // call by path can list its innermost one, whoever runs the test.
+        const char script[] = "cd \"$1\" && mkdir root/s1/t sides batch && for f in root/a.nimbra-env root/s2/d"
+                              " root/s1/t/c.NIMBRA-ENV odd/y batch/bad sides/y sides/z sides/z.nmb-meta.txt"
+                              "; do echo plain > $f; done && mkfifo list.fifo && ln -s cycle-b cycle-a"
+                              " && ln -s cycle-a cycle-b && ln -s x.nmb-meta sides/y.nmb-meta && cd root/s2"
+                              " && mkfifo pipe.nimbra-env && ln -s .. loop && ln -s ../s1/b.NIMBRA-ENV file-link"
+                              " && cd ../../odd && o=$(printf '\\377') && mkdir $o && mv x $o && mv y $(printf '\\376')"
+                              " && d=$(for i in $(seq 12); do printf $0/; done) && mkdir -p ../deep/$d"
+                              " && cd ../deep/$d && mkdir -p $d && : > ${d}deep.nimbra-env";
+        QCOMPARE(QProcess::execute("sh", {"-c", script, QString(200, 'd'), m_dir.path()}), 0);
+        envelope_writer::EnvelopeOptions sideOnly;
+        sideOnly.sideFile = true;
+        QVERIFY(envelope_writer::writeEnvelope(path("sides/x").toStdString(), "payload", kPassphrase, sideOnly));
+        QVERIFY(QDir::setCurrent(path("root")));
+        qApp->installEventFilter(this);
+        connect(m_tasks, &QThread::started, this, [this] { m_gate.acquire(), m_gate.release(); }, Qt::DirectConnection);
         const auto record = [this](auto signal) {
             const QString name = QMetaMethod::fromSignal(signal).name();
             connect(m_tasks, signal, this, [this, name](const QString &msg, auto... flag) {
-                if (QThread::currentThread() == m_tasks) {
-                    m_gate.acquire();
-                    m_gate.release();
-                }
                 m_lines << QStringList{name, msg, QString::number(int(flag))...}.join(':');
             }, Qt::DirectConnection);
         };
@@ -124,120 +120,86 @@ private slots:
 
     // Files of a folder come before those of its sub-folders, each sub-folder
     // whole before the next; a cancel discards what the folder had found.
-    void walkOrderAndExclusions()
+    void walkOrderAndCancel()
     {
-        const QString r = path("root"), a = r + "/a.nimbra-env", b = r + "/s1/b.NIMBRA-ENV";
-        const QString c = r + "/s1/t/c.NIMBRA-ENV", d = r + "/s2/d";
-        const QStringList found = FileLoading::walkFolder(r, "*", true, false, [] { return false; });
-        QVERIFY2(found == QStringList({a, b, c, d}) || found == QStringList({a, d, b, c}),
-                 qPrintable(found.join(", ")));
-        int asked = 0;
-        const auto third = [&] { return ++asked > 2; };
-        QVERIFY(FileLoading::walkFolder(r, "*", true, false, third).isEmpty());
-    }
-
-    // A plain file counts when its side file holds a trailer, even when the
-    // side file is a link; the walk skips the side-file lookup only where the
-    // listing shows none.
-    void walkSideFiles()
-    {
-        const QString f = path("sides");
-        envelope_writer::EnvelopeOptions sideOnly;
-        sideOnly.sideFile = true;
-        QVERIFY(QDir().mkpath(f));
-        QVERIFY(envelope_writer::writeEnvelope((f + "/x").toStdString(), "payload", kPassphrase, sideOnly));
-        write(f + "/y", false);
-        QVERIFY(QFile::link(f + "/x.nmb-meta", f + "/y.nmb-meta"));
-        write(f + "/z", false);
-        write(f + "/z.nmb-meta.txt", false);
-        QStringList found = FileLoading::walkFolder(f, "*", true, true, [] { return false; });
-        found.sort();
-        QCOMPARE(found, QStringList({f + "/x", f + "/x.nmb-meta", f + "/y"}));
+        const QString a = "/a.nimbra-env", b = "/s1/b.NIMBRA-ENV", c = "/s1/t/c.NIMBRA-ENV", d = "/s2/d";
+        const QString found = FileLoading::walkFolder(".", "*", true, false, [] { return false; }).join("");
+        QVERIFY2(found == "." + a + "." + b + "." + c + "." + d || found == "." + a + "." + d + "." + b + "." + c,
+                 qPrintable(found));
+        const auto third = [asked = 0]() mutable { return ++asked > 2; };
+        QVERIFY(FileLoading::walkFolder(".", "*", true, false, third).isEmpty());
     }
 
     void testModes_data()
     {
         QTest::addColumn<QStringList>("paths");
         QTest::addColumn<bool>("expected");
-        QTest::newRow("hidden, pipe, loop, link inside") << QStringList{"%1/root/s2"} << false;
-        QTest::newRow("link cycle, pipe, device, missing, empty")
-            << QStringList{"%1/cycle-a", "%1/root/s2/pipe.nimbra-env", "/dev/zero", "%1/no.nimbra-env", ""} << false;
-        QTest::newRow("unlistable folder") << QStringList{"%1/deep"} << false;
+        QTest::newRow("hidden, pipes, loop, link cycle, device, missing, empty, unlistable")
+            << QStringList{"%1/root/s2", "%1/cycle-a", "%1/root/s2/pipe.nimbra-env", "/dev/zero", "%1/no.nimbra-env",
+                           "", "%1/deep"}
+            << false;
         QTest::newRow("file link given") << QStringList{"%1/no", "%1/root/s2/file-link"} << true;
         QTest::newRow("by folder link, content") << QStringList{"%1/root/s2/loop/s1"} << true;
+        QTest::newRow("by name only") << QStringList{"%1/root/a.nimbra-env"} << true;
+        QTest::newRow("names not UTF-8") << QStringList{"%1/odd"} << true;
     }
-    // Both modes answer at once on odd paths; a device, a folder or a missing
-    // file as the list is refused.
+    // Both modes answer at once on odd paths, list lines trimmed; a device, a
+    // folder or a missing file as the list is refused. A list line that is
+    // not UTF-8 names its file too.
     void testModes()
     {
         QFETCH(QStringList, paths);
         QFETCH(bool, expected);
         paths.replaceInStrings("%1", m_dir.path());
         QCOMPARE(FileLoading::scanPathsForEnvelopes(paths), expected);
-        write(path("list.txt"), false, "\n" + paths.join("\r\n\n").toUtf8());
-        QCOMPARE(FileLoading::scanListFileForEnvelopes(path("list.txt")), expected);
-        for (const QString odd : {"/dev/zero", "%1/no", "%1/root"})
-            QVERIFY(!FileLoading::scanListFileForEnvelopes(QString(odd).replace("%1", m_dir.path())));
-    }
-
-    // A pipe is read as a list; one that does not end stops at the bounds.
-    void listFromPipe_data()
-    {
-        QTest::addColumn<QByteArray>("chunk"); // written once, or until the reader leaves
-        QTest::addColumn<bool>("endless");
-        QTest::addColumn<QString>("result"); // the entries joined by '|', or the error
-        QTest::newRow("lines") << QByteArray("a\r\n\n b \nc") << false << "a||b|c";
-        QTest::newRow("endless list") << QByteArray(60000, 'x').append('\n') << true
-                                      << "The list is longer than 64 MB.";
-        QTest::newRow("endless line") << QByteArray(4096, 'x') << true << "Line 1 is longer than 65536 bytes.";
-    }
-    void listFromPipe()
-    {
-        QFETCH(QByteArray, chunk);
-        QFETCH(bool, endless);
-        QFETCH(QString, result);
-        const QByteArray fifo = QFile::encodeName(path("list.fifo"));
-        QFile::remove(fifo);
-        QCOMPARE(::mkfifo(fifo.constData(), 0600), 0);
-        std::atomic<bool> readerDone{false};
-        std::thread writer([&] {
-            int fd;
-            // Without blocking, so that a reader that never opens cannot hang the test.
-            while ((fd = ::open(fifo.constData(), O_WRONLY | O_NONBLOCK)) < 0 && !readerDone)
-                QThread::msleep(1);
-            ::fcntl(fd, F_SETFL, 0);
-            while (fd >= 0 && ::write(fd, chunk.constData(), size_t(chunk.size())) == chunk.size() && endless) {
-            }
-            ::close(fd);
-        });
-        QStringList entries;
         QString error;
-        const bool read = FileLoading::readListFile(path("list.fifo"), &entries, &error);
-        readerDone = true;
-        writer.join();
-        QCOMPARE(read ? entries.join('|') : error, result);
+        write(path("list.txt"), false, "\n " + paths.join("\t\r\n\n ").toUtf8());
+        QCOMPARE(FileLoading::scanListFileForEnvelopes(path("list.txt"), &error), expected);
+        write(path("list.txt"), false, QFile::encodeName(path("odd")) + "/\xff/x");
+        QVERIFY(FileLoading::scanListFileForEnvelopes(path("list.txt"), &error));
+        for (const QString odd : {"/dev/zero", "%1/no", "%1/root"})
+            QVERIFY(!FileLoading::scanListFileForEnvelopes(QString(odd).replace("%1", m_dir.path()), &error)
+                    && !error.isEmpty());
     }
 
+    // Relative entries are taken from root, the current folder. A list may be
+    // a pipe; one that does not end stops at the bounds. A cancel before the
+    // load's first test shows "Cancelling...", adds nothing, says nothing.
     void load_data()
     {
-        QTest::addColumn<QString>("via"); // "files", "urls", "list" (list.txt) or a list file
+        // "files", "cancel" (files, then a cancel), "urls" (the first entry), or
+        // a list file: ../list.txt holds the entries, ../list.fifo is filled
+        // by the first entry as a shell command
+        QTest::addColumn<QString>("via");
         QTest::addColumn<QStringList>("entries");
         QTest::addColumn<bool>("onlyEncrypted");
         QTest::addColumn<QString>("result");
-        const QString a = "%1/a.nimbra-env";
-        const QString loaded = "filesLoaded:%1 loaded.";
-        QTest::newRow("same file twice")
-            << "files" << QStringList{a, " " + a + "\t"} << true << loaded.arg("1 file") + " 1 duplicate skipped.";
-        QTest::newRow("blank, missing, plain")
-            << "files" << QStringList{"", "%1/no", "%1/s2/d"} << true << loaded.arg("0 files");
-        QTest::newRow("folder, envelopes") << "files" << QStringList{"%1"} << true << loaded.arg("2 files");
-        QTest::newRow("folder, every file") << "files" << QStringList{"%1"} << false << loaded.arg("4 files");
+        const QString a = "%1/a.nimbra-env", loaded = "filesLoaded:%1 loaded.";
+        QTest::newRow("blank, missing, plain, same file twice")
+            << "files" << QStringList{"", "%1/no", "%1/s2/d", a, " " + a + "\t"} << true
+            << loaded.arg("1 file") + " 1 duplicate skipped.";
         QTest::newRow("no entries") << "files" << QStringList{} << true << "filesLoaded:No files found.";
-        QTest::newRow("dropped urls") << "urls" << QStringList{a, "%1/s1"} << false << loaded.arg("3 files");
-        QTest::newRow("list file") << "list" << QStringList{"", a, "", "%1/s1/", a, a} << true
-                                   << loaded.arg("2 files") + " 2 duplicates skipped.";
-        QTest::newRow("missing list file") << "%1/no" << QStringList{} << true
-                                           << "error:Could not open file %1/no, for reading. No such file or directory";
+        QTest::newRow("cancelled") << "cancel" << QStringList{"%1"} << true
+                                   << "statusMessage:Cancelling...:1|started:Cancelling...:0|statusMessage::0";
+        QTest::newRow("dropped urls, every file") << "urls" << QStringList{"%1"} << false << loaded.arg("4 files");
+        QTest::newRow("one path per file, links apart")
+            << "files" << QStringList{"%1", "%1/", ".", "./s1/../a.nimbra-env", "s2/loop/../root//s1/", "s2/file-link"}
+            << true << loaded.arg("3 files") + " 6 duplicates skipped.";
+        QTest::newRow("side files") << "files" << QStringList{"../sides"} << true << loaded.arg("3 files");
+        QTest::newRow("names not UTF-8") << "files" << QStringList{"../odd"} << true
+                                         << loaded.arg("0 files") + " 1 path that is not valid UTF-8 was left out.";
+        QTest::newRow("list file") << "../list.txt" << QStringList{"", a, "", "%1/s1/", a, a, "%x", "%x"} << true
+                                   << loaded.arg("2 files")
+                                          + " 2 duplicates skipped. 2 paths that are not valid UTF-8 were left out.";
+        QTest::newRow("missing list file") << "no" << QStringList{} << true
+                                           << "error:Could not open file no, for reading. No such file or directory";
+        const QString fifo = "../list.fifo", refused = "error:Could not open file ../list.fifo, for reading. ";
+        QTest::newRow("pipe, line ends") << fifo << QStringList{"printf 'a.nimbra-env\\r\\n\\n s1 \\rno\\r'"} << true
+                                         << loaded.arg("2 files");
+        QTest::newRow("endless list") << fifo << QStringList{"yes $(printf %060000d 0)"} << true
+                                      << refused + "The list is longer than 64 MB.";
+        QTest::newRow("endless line") << fifo << QStringList{"cat /dev/zero"} << true
+                                      << refused + "Line 1 is longer than 65536 bytes.";
     }
     void load()
     {
@@ -246,104 +208,100 @@ private slots:
         QFETCH(bool, onlyEncrypted);
         QFETCH(QString, result);
         entries.replaceInStrings("%1", path("root"));
-        write(path("list.txt"), false, entries.join("\r\n").toUtf8());
-        QList<QUrl> urls;
-        for (const QString &entry : qAsConst(entries))
-            urls << QUrl::fromLocalFile(entry);
-        if (via == "files")
+        write(path("list.txt"), false, entries.join("\r").toUtf8().replace("%x", "\xff"));
+        QProcess shell;
+        if (via == "../list.fifo")
+            shell.start("sh", {"-c", entries.value(0) + " > ../list.fifo"});
+        m_gate.acquire();
+        if (via == "files" || via == "cancel")
             m_tasks->loadFiles(entries, onlyEncrypted);
         else if (via == "urls")
-            m_tasks->loadUrls(urls, onlyEncrypted);
+            m_tasks->loadUrls({QUrl::fromLocalFile(entries.value(0))}, onlyEncrypted);
         else
-            QCOMPARE(m_tasks->loadFromFile(via == "list" ? path("list.txt") : via.arg(path("root"))),
-                     result.startsWith("files"));
+            QCOMPARE(m_tasks->loadFromFile(via), result.startsWith("files"));
+        if (via == "cancel")
+            m_tasks->cancel();
+        m_gate.release();
+        shell.waitForFinished();
         finish();
         QCOMPARE(log(), "started:Loading files...:1|" + result.replace("%1", path("root")));
         QCOMPARE(m_decrypt->pendingCount(), result.section(':', 1).section(' ', 0, 0).toInt());
     }
 
-    // Every kind of request is refused while a load runs; the load completes.
-    void refusedWhileBusy()
+    // A load's thread has ended, its end not yet delivered: a cancel then is
+    // ignored; a new operation starts and refuses every kind of request; the
+    // old end, arriving now, leaves it and its cancel alone. Each operation
+    // object goes by a deferred deletion.
+    void lateCancelAndLateEnd()
     {
-        const QString a = path("root/a.nimbra-env");
-        m_gate.acquire();
-        m_tasks->loadFiles({a});
-        m_tasks->loadFiles({a});
-        QVERIFY(!m_tasks->loadFromFile(a));
-        m_tasks->deleteEncrypted();
-        m_gate.release();
-        finish();
-        QStringList seen = log().split('|');
-        QCOMPARE(seen.removeAll("error:A task is in progress, try again later."), 3);
-        QCOMPARE(seen.join('|'), QString("started:Loading files...:1|filesLoaded:1 file loaded."));
-    }
-
-    // "Cancelling..." on the status line and the busy dialog, then the load's
-    // end clears the line.
-    void cancelDuringLoad()
-    {
-        m_gate.acquire();
-        m_tasks->loadFiles({path("root/a.nimbra-env")});
-        m_tasks->cancel();
-        m_gate.release();
-        finish();
-        // The load either stops on the cancel unreported or reports before it.
-        QCOMPARE(log().split('|').filter(QRegularExpression("^(?!filesLoaded)")).join('|'),
-                 QString("started:Loading files...:1|statusMessage:Cancelling...:1|"
-                         "started:Cancelling...:0|statusMessage::0"));
-    }
-
-    // Cancel pressed just as a load ends: the cancel is served after the
-    // thread body returned but before its end is reported. Neither it nor a
-    // cancel while idle announces anything or stops the next load.
-    void lateCancelIsIgnored()
-    {
-        m_tasks->loadFiles({path("root/a.nimbra-env")});
+        m_deleted = 0;
+        m_tasks->loadFiles({path("root/s1")});
         QVERIFY(m_tasks->wait(60000));
         m_tasks->cancel();
-        QCoreApplication::sendPostedEvents();
+        m_gate.acquire();
+        m_tasks->clearStatus(Task::Finished);
+        m_tasks->loadFiles({path("root")});
+        QVERIFY(!m_tasks->loadFromFile(path("root/a.nimbra-env")));
+        m_tasks->deleteEncrypted();
         m_tasks->cancel();
-        m_tasks->loadFiles({path("root/s1")});
+        QCoreApplication::sendPostedEvents();
+        m_gate.release();
         finish();
-        const QString load = "started:Loading files...:1|filesLoaded:1 file loaded.";
-        QCOMPARE(log(), load + '|' + load);
+        QCoreApplication::sendPostedEvents(nullptr, QEvent::DeferredDelete);
+        QCOMPARE(m_deleted, 2);
+        const QString refused = "error:A task is in progress, try again later.|";
+        QCOMPARE(log(), "started:Loading files...:1|filesLoaded:1 file loaded.|" + refused + refused + refused
+                            + "statusMessage:Cancelling...:1|started:Cancelling...:0|"
+                              "started:Clearing finished tasks...:1|statusCleared:All finished tasks cleared.|"
+                              "statusMessage::0");
     }
 
+    // Each request in a batch of batch/x.nimbra-env and the plain batch/bad,
+    // or after it (x finished, bad failed).
     void operation_data()
     {
-        // A status to clear; -1 reload, -2 delete, -3 load.
-        QTest::addColumn<int>("request");
-        QTest::addColumn<int>("pendingAfter"); // -1: during a batch, when it is open
+        QTest::addColumn<int>("request"); // a status to clear; -1 reload, -2 delete, -3 load
+        QTest::addColumn<bool>("inBatch");
         QTest::addColumn<QString>("expected");
-        const QString clearing = "started:Clearing %1 tasks...:1|statusCleared:";
-        const QString pending = clearing.arg("pending") + "All pending tasks cleared.";
-        QTest::newRow("Cancelled") << int(Task::Cancelled) << 0 << pending;
-        QTest::newRow("Waiting") << int(Task::Waiting) << 0 << pending;
-        QTest::newRow("Error") << int(Task::Error) << 1 << clearing.arg("failed") + "All failed tasks cleared.";
-        QTest::newRow("Finished")
-            << int(Task::Finished) << 1 << clearing.arg("finished") + "All finished tasks cleared.";
-        QTest::newRow("Cleared") << int(Task::Cleared) << 0 << clearing.arg("all") + "All tasks cleared";
-        QTest::newRow("Decrypting")
-            << int(Task::Decrypting) << 1 << "statusCleared:No files cleared for unknown status.";
-        QTest::newRow("all, batch") << int(Task::Cleared) << -1 << clearing.arg("all") + "Could not clear all tasks.";
-        QTest::newRow("reload, batch") << -1 << -1 << "started:Reloading failed tasks...:1|statusReloadFailedTask:"
-                                                      "Cannot perform operations during decryption.";
-        QTest::newRow("delete, batch") << -2 << -1 << "started:Deleting encrypted source files...:1|"
-                                                      "statusMessage:Not all encrypted files could be deleted.:0";
+        QTest::addColumn<QString>("lists"); // pending/failed/finished after the operation, after the batch
+        const QString clear = "started:Clearing %1 tasks...:1|statusCleared:", failed = "Could not clear all tasks.";
+        const QString pending = clear.arg("pending") + "All pending tasks cleared.", all = clear.arg("all");
+        const QString deleting = "started:Deleting encrypted source files...:1|statusMessage:";
+        const QString reload = "started:Reloading failed tasks...:1|statusReloadFailedTask:";
+        QTest::newRow("Cancelled") << int(Task::Cancelled) << false << pending << "0/1/1";
+        QTest::newRow("Waiting") << int(Task::Waiting) << false << pending << "0/1/1";
+        QTest::newRow("Error") << int(Task::Error) << false << clear.arg("failed") + "All failed tasks cleared."
+                               << "0/0/1";
+        QTest::newRow("Finished") << int(Task::Finished) << false
+                                  << clear.arg("finished") + "All finished tasks cleared." << "0/1/0";
+        QTest::newRow("Cleared") << int(Task::Cleared) << false << all + "All tasks cleared" << "0/0/0";
+        QTest::newRow("Decrypting") << int(Task::Decrypting) << false
+                                    << "statusCleared:No files cleared for unknown status." << "0/1/1";
+        QTest::newRow("reload") << -1 << false << reload + "Failed Tasks reloaded." << "1/0/1";
+        QTest::newRow("delete") << -2 << false << deleting + "Encrypted source files deleted from finished tasks.:0"
+                                << "0/1/1";
+        QTest::newRow("all, batch") << int(Task::Cleared) << true << all + failed << "";
+        QTest::newRow("reload, batch") << -1 << true << reload + "Cannot perform operations during decryption."
+                                       << "";
+        QTest::newRow("delete, batch") << -2 << true << deleting + "Not all encrypted files could be deleted.:0"
+                                       << "";
         QTest::newRow("load, batch")
-            << -3 << -1 << "started:Loading files...:1|filesLoaded:0 files loaded. 1 duplicate skipped.";
+            << -3 << true << "started:Loading files...:1|filesLoaded:0 files loaded. 1 duplicate skipped." << "";
     }
     // No event is served between the start of a batch and the operation's
-    // end, so the worker cannot have handed its task back by then.
+    // end, so the workers cannot have handed their tasks back by then.
     void operation()
     {
         QFETCH(int, request);
-        QFETCH(int, pendingAfter);
+        QFETCH(bool, inBatch);
         QFETCH(QString, expected);
-        write(path("batch/x.nimbra-env"), true);
-        QCOMPARE(m_decrypt->addFiles({path("batch/x.nimbra-env")}), 1);
-        if (pendingAfter < 0)
-            m_decrypt->start(kPassphrase);
+        QFETCH(QString, lists);
+        const QString x = path("batch/x.nimbra-env");
+        write(x, true);
+        QCOMPARE(m_decrypt->addFiles({x, path("batch/bad")}), 2);
+        m_decrypt->start(kPassphrase);
+        if (!inBatch)
+            QTRY_VERIFY_WITH_TIMEOUT(!m_decrypt->isBusy(), 60000);
         if (request >= 0)
             m_tasks->clearStatus(Task::STATUS(request));
         else if (request < -2)
@@ -352,32 +310,10 @@ private slots:
             QMetaObject::invokeMethod(m_tasks, request == -1 ? "reloadFailed" : "deleteEncrypted");
         finish();
         QCOMPARE(log(), expected);
-        if (pendingAfter >= 0)
-            QCOMPARE(m_decrypt->pendingCount(), pendingAfter);
-    }
-
-    // A non-empty folder in place of one envelope cannot be removed, whoever
-    // runs the test; the other envelope goes. The failed task is then reloaded.
-    void deleteWithOneUnremovable()
-    {
-        const QString one = path("done/one.nimbra-env"), two = path("done/two.nimbra-env"), bad = path("done/bad");
-        write(one, true);
-        write(two, true);
-        write(bad, false);
-        m_decrypt->addFiles({one, two, bad});
-        m_decrypt->start(kPassphrase);
-        QTRY_VERIFY_WITH_TIMEOUT(!m_decrypt->isBusy(), 60000);
-        QVERIFY(QFile::remove(two));
-        write(two + "/kept", false);
-        m_tasks->deleteEncrypted();
-        finish();
-        m_tasks->reloadFailed();
-        finish();
-        QCOMPARE(log(), QString("started:Deleting encrypted source files...:1|statusMessage:Not all "
-                                "encrypted files could be deleted.:0|started:Reloading failed tasks...:1|"
-                                "statusReloadFailedTask:Failed Tasks reloaded."));
-        QVERIFY(!QFile::exists(one) && QFile::exists(two + "/kept"));
-        QCOMPARE(m_decrypt->pendingCount(), 1);
+        if (!inBatch)
+            QCOMPARE(QString("%1/%2/%3").arg(m_decrypt->pendingCount()).arg(m_decrypt->failedCount())
+                         .arg(m_decrypt->finishedCount()), lists);
+        QCOMPARE(QFile::exists(x), !expected.contains("deleted from"));
     }
 };
 
