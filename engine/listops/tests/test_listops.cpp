@@ -211,7 +211,7 @@ private slots:
         write(path("list.txt"), false, entries.join("\r").toUtf8().replace("%x", "\xff"));
         QProcess shell;
         if (via == "../list.fifo")
-            shell.start("sh", {"-c", entries.value(0) + " > ../list.fifo"});
+            shell.start("sh", {"-c", "[ -p ../list.fifo ] && " + entries.value(0) + " > ../list.fifo"});
         m_gate.acquire();
         if (via == "files" || via == "cancel")
             m_tasks->loadFiles(entries, onlyEncrypted);
