@@ -151,7 +151,9 @@ QString cleanPath(const QString &path)
 {
     if (path.isEmpty())
         return QString();
-    const QString absolute = QDir::isAbsolutePath(path) ? path : QDir::currentPath() + QLatin1Char('/') + path;
+    // Not QDir::isAbsolutePath(), which takes a name starting with ':' for a
+    // resource path.
+    const QString absolute = path.startsWith(QLatin1Char('/')) ? path : QDir::currentPath() + QLatin1Char('/') + path;
     QStringList parts;
     for (const QString &part : absolute.split(QLatin1Char('/'), Qt::SkipEmptyParts)) {
         if (part != QLatin1String("..")) {
@@ -210,16 +212,21 @@ QStringList walkFolder(const QString &folder, const QString &nameFilter, bool re
 bool readListFile(const QString &path, QStringList *entries, QString *errorText, int *undecodable)
 {
     entries->clear();
-    QList<QByteArray> lines;
-    if (!readListLines(path, &lines, errorText))
-        return false;
-    for (const QByteArray &line : qAsConst(lines)) {
+    int notText = 0;
+    const LineTaker take = [&](const QByteArray &line) {
         QString text;
         if (decodeExactly(line, &text))
-            *entries << text.trimmed();
-        else if (undecodable)
-            ++*undecodable;
+            *entries << text;
+        else
+            ++notText;
+        return true;
+    };
+    if (!readListLines(path, take, errorText)) {
+        entries->clear();
+        return false;
     }
+    if (undecodable)
+        *undecodable += notText;
     return true;
 }
 
@@ -247,15 +254,13 @@ bool scanPathsForEnvelopes(const QStringList &paths)
 
 bool scanListFileForEnvelopes(const QString &listFile, QString *errorText)
 {
-    QList<QByteArray> lines;
-    if (!readListLines(listFile, &lines, errorText))
-        return false;
-    for (const QByteArray &line : qAsConst(lines)) {
+    bool found = false;
+    const LineTaker test = [&found](const QByteArray &line) {
         QString text;
-        if (holdsEnvelope(decodeExactly(line, &text) ? text.trimmed().toUtf8() : line.trimmed()))
-            return true;
-    }
-    return false;
+        found = holdsEnvelope(decodeExactly(line, &text) ? text.trimmed().toUtf8() : line.trimmed());
+        return !found;
+    };
+    return readListLines(listFile, test, errorText) && found;
 }
 
 } // namespace FileLoading

@@ -30,14 +30,16 @@ QString refusalOfKind(const QString &path)
     return NM_TR("Not a regular file or a pipe.");
 }
 
-// Splits the bytes read so far into lines, within the bounds. A CR
-// ends a line; an LF right after it belongs to the same line end, also when
-// the two arrive in different reads.
+// Splits the bytes read so far into lines, within the bounds, and hands each
+// on as soon as it is whole. A CR ends a line; an LF right after it belongs
+// to the same line end, also when the two arrive in different reads.
 class LineCollector
 {
 public:
-    explicit LineCollector(QList<QByteArray> *lines) : m_lines(lines) {}
+    explicit LineCollector(const LineTaker &take) : m_take(take) {}
 
+    // False when the reading ends here: an error (errorText says why) or a
+    // taker that asked to stop (stopped()).
     bool add(const char *bytes, qint64 count, QString *errorText)
     {
         m_total += count;
@@ -62,27 +64,32 @@ public:
     // The last line, when the input does not end with a line end.
     bool finish(QString *errorText) { return m_pending.isEmpty() || take(errorText); }
 
+    bool stopped() const { return m_stopped; }
+
 private:
     bool take(QString *errorText)
     {
         if (m_pending.size() > kMaxListLineBytes)
             return tooLong(errorText);
-        *m_lines << m_pending;
+        ++m_lines;
+        m_stopped = !m_take(m_pending);
         m_pending.clear();
-        return true;
+        return !m_stopped;
     }
 
     bool tooLong(QString *errorText) const
     {
-        *errorText = NM_TR("Line %1$s is longer than %2$s bytes.", QByteArray::number(m_lines->size() + 1).constData(),
+        *errorText = NM_TR("Line %1$s is longer than %2$s bytes.", QByteArray::number(m_lines + 1).constData(),
                            QByteArray::number(kMaxListLineBytes).constData());
         return false;
     }
 
-    QList<QByteArray> *m_lines;
+    const LineTaker &m_take;
     QByteArray m_pending;
     qint64 m_total = 0;
+    int m_lines = 0;
     bool m_afterReturn = false;
+    bool m_stopped = false;
 };
 
 // What one read(2) returns: a pipe gives what it holds, without waiting for
@@ -96,9 +103,9 @@ qint64 readSome(int fd, char *buffer, size_t size)
     return count;
 }
 
-bool readOpenList(QFile &file, QList<QByteArray> *entries, QString *errorText)
+bool readOpenList(QFile &file, const LineTaker &take, QString *errorText)
 {
-    LineCollector lines(entries);
+    LineCollector lines(take);
     char chunk[16384];
     for (;;) {
         const qint64 count = readSome(file.handle(), chunk, sizeof chunk);
@@ -107,17 +114,16 @@ bool readOpenList(QFile &file, QList<QByteArray> *entries, QString *errorText)
             return false;
         }
         if (count == 0)
-            return lines.finish(errorText);
+            return lines.finish(errorText) || lines.stopped();
         if (!lines.add(chunk, count, errorText))
-            return false;
+            return lines.stopped();
     }
 }
 
 } // namespace
 
-bool readListLines(const QString &path, QList<QByteArray> *entries, QString *errorText)
+bool readListLines(const QString &path, const LineTaker &take, QString *errorText)
 {
-    entries->clear();
     *errorText = refusalOfKind(path);
     if (!errorText->isEmpty())
         return false;
@@ -126,10 +132,7 @@ bool readListLines(const QString &path, QList<QByteArray> *entries, QString *err
         *errorText = file.errorString();
         return false;
     }
-    if (readOpenList(file, entries, errorText))
-        return true;
-    entries->clear();
-    return false;
+    return readOpenList(file, take, errorText);
 }
 
 } // namespace FileLoading

@@ -18,7 +18,6 @@
 #include <functional>
 
 #include <QByteArray>
-#include <QList>
 #include <QString>
 #include <QStringList>
 
@@ -50,15 +49,19 @@ QStringList walkFolder(const QString &folder, const QString &nameFilter, bool re
 constexpr qint64 kMaxListFileBytes = qint64(64) << 20;
 constexpr int kMaxListLineBytes = 64 << 10;
 
-// Reads a list file as bytes: one entry per line, lines ended by LF, CR LF
-// or a lone CR, empty lines kept. Regular files and
-// pipes (a FIFO, /dev/stdin fed by a pipe) are read; devices, sockets and
-// folders are refused. Past kMaxListFileBytes in all or kMaxListLineBytes in
-// one line the reading stops. On failure *lines is empty and *errorText says
-// why (localized).
-bool readListLines(const QString &path, QList<QByteArray> *lines, QString *errorText);
+// Told each line of a list file as it is read; false stops the reading.
+using LineTaker = std::function<bool(const QByteArray &line)>;
 
-// The same as text, each line trimmed of blanks; lines that are not valid
+// Reads a list file as bytes: one entry per line, lines ended by LF, CR LF
+// or a lone CR, empty lines kept, each told to take in file order. Regular
+// files and pipes (a FIFO, /dev/stdin fed by a pipe) are read; devices,
+// sockets and folders are refused. Past kMaxListFileBytes in all or
+// kMaxListLineBytes in one line the reading fails. False with *errorText set
+// (localized) on failure; true when the list was read to its end or take
+// stopped it.
+bool readListLines(const QString &path, const LineTaker &take, QString *errorText);
+
+// The same as text (a load trims each entry); lines that are not valid
 // UTF-8 are left out and counted in *undecodable.
 bool readListFile(const QString &path, QStringList *entries, QString *errorText,
                   int *undecodable = nullptr);
@@ -73,8 +76,8 @@ QString loadSummary(int loaded, int collected, int undecodable = 0);
 bool scanPathsForEnvelopes(const QStringList &paths);
 
 // Test mode "-test-list": the scan above over the trimmed lines of a list
-// file, each as its bytes; false with *errorText set when the list cannot be
-// read.
+// file, each as its bytes, answering at the first envelope; false with
+// *errorText set when the list cannot be read up to there.
 bool scanListFileForEnvelopes(const QString &listFile, QString *errorText);
 
 } // namespace FileLoading
