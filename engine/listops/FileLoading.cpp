@@ -247,9 +247,9 @@ QString loadSummary(int loaded, int collected, int undecodable)
     return summary;
 }
 
-bool scanPathsForEnvelopes(const QStringList &paths)
+bool scanPathsForEnvelopes(const QByteArrayList &paths)
 {
-    return std::any_of(paths.cbegin(), paths.cend(), [](const QString &path) { return holdsEnvelope(path.toUtf8()); });
+    return std::any_of(paths.cbegin(), paths.cend(), holdsEnvelope);
 }
 
 bool scanListFileForEnvelopes(const QString &listFile, QString *errorText)

@@ -127,14 +127,22 @@ int runWindowless(int argc, char **argv)
 {
     QCoreApplication app(argc, argv);
     loadLocaleStrings();
+    // The toolkit's arguments are text, which loses names that are not UTF-8;
+    // "-test" answers for the bytes the system was given.
+    if (std::strcmp(argv[1], "-test") == 0)
+        return argc >= 3 && FileLoading::scanPathsForEnvelopes(QByteArrayList(argv + 2, argv + argc)) ? 0 : -1;
     return runWindowlessMode(QCoreApplication::arguments());
 }
 
 int runWindowlessMode(const QStringList &args)
 {
     const QString mode = args.value(1);
-    if (mode == QLatin1String("-test"))
-        return args.size() >= 3 && FileLoading::scanPathsForEnvelopes(args.mid(2)) ? 0 : -1;
+    if (mode == QLatin1String("-test")) {
+        QByteArrayList paths;
+        for (const QString &path : args.mid(2))
+            paths << path.toUtf8();
+        return !paths.isEmpty() && FileLoading::scanPathsForEnvelopes(paths) ? 0 : -1;
+    }
     if (mode == QLatin1String("-test-list"))
         return runTestList(args);
     if (mode == QLatin1String("-v") || mode == QLatin1String("--version")) {

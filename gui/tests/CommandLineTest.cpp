@@ -17,6 +17,7 @@ private slots:
     void initTestCase();
     void modes_data();
     void modes();
+    void testNameNotUtf8();
 
 private:
     // "{x}" stands for <temporary folder>/x.
@@ -124,6 +125,19 @@ void CommandLineTest::modes()
     // A window run keys its settings store by the program's identity.
     QVERIFY(!window || exitCode != 0 || QFile::exists(config.path() + "/Nimbra/Orn Nimbra Crypt.conf"));
     QVERIFY2(error.isEmpty() && !window ? errors.isEmpty() : errors.contains(expand({error}).first()), qPrintable(errors));
+}
+
+// "-test" answers for the bytes it was given: a folder whose name is not
+// UTF-8 is looked into, not lost on the way to text.
+void CommandLineTest::testNameNotUtf8()
+{
+    QVERIFY(writeFile(dir.path() + "/odd/b.nimbra-env", "beta", "pw"));
+    const QString script = "cd \"$1\" && o=$(printf 'x\\377') && mkdir $o && mv odd/b.nimbra-env $o/"
+                           " && \"$0\" -test \"$1/$o\"; r=$?; rm -rf $o; exit $r";
+    QProcess process;
+    process.start("sh", {"-c", script, QCoreApplication::applicationDirPath() + "/nimbra-crypt", dir.path()});
+    QVERIFY(process.waitForFinished(120000));
+    QCOMPARE(process.exitCode(), 0);
 }
 
 QTEST_MAIN(CommandLineTest)

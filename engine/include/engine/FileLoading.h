@@ -18,6 +18,7 @@
 #include <functional>
 
 #include <QByteArray>
+#include <QByteArrayList>
 #include <QString>
 #include <QStringList>
 
@@ -73,7 +74,8 @@ QString loadSummary(int loaded, int collected, int undecodable = 0);
 
 // Test mode "-test": true as soon as one envelope is found among paths,
 // looking into folders depth first. Missing and special paths are skipped.
-bool scanPathsForEnvelopes(const QStringList &paths);
+// Paths are bytes, as the command line gives them: they need not be UTF-8.
+bool scanPathsForEnvelopes(const QByteArrayList &paths);
 
 // Test mode "-test-list": the scan above over the trimmed lines of a list
 // file, each as its bytes, answering at the first envelope; false with

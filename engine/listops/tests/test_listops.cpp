@@ -150,7 +150,10 @@ private slots:
         QFETCH(QStringList, paths);
         QFETCH(bool, expected);
         paths.replaceInStrings("%1", m_dir.path());
-        QCOMPARE(FileLoading::scanPathsForEnvelopes(paths), expected);
+        QByteArrayList bytes;
+        for (const QString &p : qAsConst(paths))
+            bytes << p.toUtf8();
+        QCOMPARE(FileLoading::scanPathsForEnvelopes(bytes), expected);
         QString error;
         write(path("list.txt"), false, "\n " + paths.join("\t\r\n\n ").toUtf8());
         QCOMPARE(FileLoading::scanListFileForEnvelopes(path("list.txt"), &error), expected);
