@@ -103,6 +103,13 @@ void Secret::reveal(const std::function<void(const char *utf8)> &use) const
     explicit_bzero(plain, sizeof plain);
 }
 
+bool Secret::revealInChild(const std::function<bool(const char *utf8)> &work) const
+{
+    bool done = false;
+    reveal([&](const char *utf8) { done = inChild([&] { return work(utf8); }); });
+    return done;
+}
+
 // Whether the needle's units stand at p, one every stride bytes; a unit is
 // one byte of UTF-8 or two of UTF-16.
 bool Secret::Needle::at(const uint8_t *p, size_t stride, size_t unit) const

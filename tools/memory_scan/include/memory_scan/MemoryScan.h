@@ -32,6 +32,10 @@ public:
     // Calls use with the passphrase as NUL-terminated UTF-8, and overwrites
     // that copy afterwards. What use makes of it is its own to wipe.
     void reveal(const std::function<void(const char *utf8)> &use) const;
+    // Calls work with the passphrase in a forked child (see inChild), for
+    // work whose copies must never exist in this process, such as writing
+    // the envelopes that it opens. True when work returned true.
+    bool revealInChild(const std::function<bool(const char *utf8)> &work) const;
 
     struct Copies {
         int utf8 = 0;
@@ -41,6 +45,8 @@ public:
         int spread = 0;
         // Why the search could not run; empty when it did.
         std::string error;
+        // The search ran and found no copy of any form.
+        bool none() const { return error.empty() && utf8 == 0 && utf16 == 0 && spread == 0; }
     };
     // Searches the readable memory of this process.
     Copies find() const;
