@@ -7,6 +7,7 @@
 #include <sys/stat.h>
 #include <unistd.h>
 
+#include <QDeadlineTimer>
 #include <QDir>
 #include <QMap>
 #include <QSignalSpy>
@@ -18,6 +19,8 @@
 namespace engine_test {
 
 inline const char *kPassphrase = "correct horse";
+// Generous for sanitizer builds; never a timing assertion.
+inline const int kWait = 60000;
 
 inline void writeFile(const QString &path, const QByteArray &bytes)
 {
@@ -41,11 +44,11 @@ inline QString envelope(const QString &path, const QByteArray &plain, const char
     return path;
 }
 
-// A 1 GiB envelope whose payload is a hole: costs no disk and decrypts (to
-// noise) for long enough that a cancel always lands mid-file.
-inline QString sparseEnvelope(const QString &path, const char *pass = kPassphrase)
+// An envelope of 2^log2Size bytes (1 GiB) whose payload is a hole: costs no
+// disk and decrypts (to noise) for long enough that a cancel lands mid-file.
+inline QString sparseEnvelope(const QString &path, int log2Size = 30, const char *pass = kPassphrase)
 {
-    const qint64 size = qint64(1) << 30;
+    const qint64 size = qint64(1) << log2Size;
     QFile file(path);
     const std::string trailer = envelope_writer::buildTrailer(quint64(size), pass);
     if (!file.open(QIODevice::WriteOnly) || !file.resize(size) || !file.seek(size)
@@ -72,6 +75,16 @@ inline QMap<QString, QByteArray> snapshot(const QString &folder)
                                               : "mode " + QByteArray::number(st.st_mode, 8);
     }
     return entries;
+}
+
+// Waits until done() or ms have passed: spinning, so that no event is served
+// (no worker can report), or serving events.
+inline bool waitUntil(const std::function<bool()> &done, bool serve = false, int ms = kWait)
+{
+    const QDeadlineTimer deadline(ms);
+    while (!done() && !deadline.hasExpired())
+        serve ? QTest::qWait(20) : QThread::yieldCurrentThread();
+    return done();
 }
 
 // Starts a batch of what is pending, runs then(), and serves events until

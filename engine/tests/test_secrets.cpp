@@ -29,7 +29,7 @@ QStringList writeEnvelopes(const QString &folder, const Secret &secret, Ending e
         written = memory_scan::inChild([&] {
             for (const QString &path : paths) {
                 if (ending == Stopped)
-                    engine_test::sparseEnvelope(path, passphrase);
+                    engine_test::sparseEnvelope(path, 30, passphrase);
                 else
                     engine_test::envelope(path, "plain", ending == WrongPassphrase ? "another" : passphrase);
             }
