@@ -21,14 +21,14 @@ BusyDialog::BusyDialog()
     Nmb::Gui::initResources();
     ui->setupUi(this);
 
-    // A movie has no high-DPI variant lookup of its own: on a dense screen
-    // the twice-as-large frames are drawn into the same logical size. A dark
-    // palette gets the animation in dark colours.
+    // A movie has no high-DPI variant lookup of its own: on a dense screen it
+    // reads the twice-as-large frames, which the "@2x" name marks as such, so
+    // they fill the same logical size (scaling them to the label would draw
+    // them at half size). A dark palette gets the animation in dark colours.
     const bool dark = palette().color(QPalette::Window).lightness() < 128;
     const QString name = dark ? QStringLiteral(":/crypt/loaderAnimatedDark") : QStringLiteral(":/crypt/loaderAnimated");
     movie = new QMovie(name + (devicePixelRatioF() > 1.0 ? QStringLiteral("@2x.gif") : QStringLiteral(".gif")),
                        QByteArray(), this);
-    ui->_animatedLbl->setScaledContents(true);
     ui->_animatedLbl->setMovie(movie);
     movie->start();
 
