@@ -37,6 +37,7 @@ MainWindow::MainWindow(QWidget *parent)
     title = windowTitle();
 
     statusLabel = new QLabel(this);
+    statusLabel->setObjectName(QStringLiteral("_statusLbl"));
     // A long message (a path, a longer language) takes a second line rather than being cut.
     statusLabel->setWordWrap(true);
     statusBar()->addWidget(statusLabel, 1);

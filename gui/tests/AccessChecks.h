@@ -1,15 +1,46 @@
-// Checks of the windows as a screen reader, a keyboard and a larger or
-// longer text see them: what the status line announced, texts cut by their
-// controls, mnemonics that clash.
+// The main window as the window tests meet it, and checks of it as a screen
+// reader, a keyboard and a larger or longer text see it: what the status
+// line announced, texts their controls cut, mnemonics that clash.
 #pragma once
 
+#include "Application.h"
+#include "GuiTestSupport.h"
+#include "MainWindow.h"
 #include "Mnemonics.h"
 
-#include <QtWidgets>
+#include <QTemporaryDir>
 
 #include <private/qguiapplication_p.h>
 #include <qpa/qplatformaccessibility.h>
 #include <qpa/qplatformintegration.h>
+
+// A temporary folder and a main window, shown and active on request.
+struct WindowFixture {
+    QTemporaryDir dir;
+    std::unique_ptr<MainWindow> window;
+
+    template <typename T = QWidget> T *child(const char *name, QObject *in = nullptr) { return (in ? in : window.get())->findChild<T *>(name); }
+    QString path(const QString &name) const { return dir.path() + '/' + name; }
+    static QString tag() { return QTest::currentDataTag(); }
+    void showWindow()
+    {
+        window.reset(new MainWindow);
+        window->show();
+        QApplication::setActiveWindow(window.get()); // the offscreen platform activates nothing itself
+        QVERIFY(QTest::qWaitForWindowActive(window.get()));
+    }
+};
+
+// The window reads the process's command line: it gets none, whatever
+// arguments select the test functions.
+#define NM_WINDOW_TEST_MAIN(TestClass)              \
+    int main(int argc, char **argv)                 \
+    {                                               \
+        int appArgc = 1;                            \
+        Application app(appArgc, argv);             \
+        TestClass test;                             \
+        return QTest::qExec(&test, argc, argv);     \
+    }
 
 // Every text the status line showed while it lives, in order, as a screen
 // reader hears them: through the accessibility events the window posts.
@@ -34,39 +65,24 @@ struct StatusLineRecorder {
     }
 };
 
-// The text of each control in window's tree that is not hidden and shows
-// less than all of its one-line text, with what it shows it in.
+// The labels, buttons and combo boxes of window that show a one-line text
+// narrower than it needs.
 inline QStringList clippedTexts(QWidget *window)
 {
     QStringList clipped;
-    const auto check = [&clipped](QWidget *w, QString text, const QRect &room) {
-        text.remove(QRegularExpression("&(?!&)"));
-        if (w->fontMetrics().horizontalAdvance(text) > room.width())
-            clipped << w->objectName() + " \"" + text + '"';
-    };
     for (QWidget *w : window->findChildren<QWidget *>()) {
-        QStyleOptionButton option;
-        QStyleOptionComboBox comboOption;
-        option.initFrom(w);
-        comboOption.initFrom(w);
         auto *label = qobject_cast<QLabel *>(w);
-        auto *button = qobject_cast<QAbstractButton *>(w);
-        auto *combo = qobject_cast<QComboBox *>(w);
-        if (!w->isVisibleTo(window) || qobject_cast<QToolButton *>(w))
-            continue;
-        if (label && !label->wordWrap() && !label->hasScaledContents())
-            check(label, label->text(), label->contentsRect());
-        if (button)
-            check(button, button->text(), w->style()->subElementRect(qobject_cast<QCheckBox *>(w) ? QStyle::SE_CheckBoxContents : QStyle::SE_PushButtonContents, &option, w));
-        for (int i = 0; combo && i < combo->count(); ++i)
-            check(combo, combo->itemText(i), w->style()->subControlRect(QStyle::CC_ComboBox, &comboOption, QStyle::SC_ComboBoxEditField, w));
+        const bool oneLine = label ? !label->wordWrap() && !label->text().isEmpty()
+                                   : qobject_cast<QPushButton *>(w) || qobject_cast<QCheckBox *>(w) || qobject_cast<QComboBox *>(w);
+        if (oneLine && w->isVisibleTo(window) && w->width() < w->sizeHint().width())
+            clipped << w->objectName();
     }
     return clipped;
 }
 
 // Texts that share a keyboard scope with another of the same mnemonic, or
-// that have none: the menu bar with the window's labels and Alt shortcuts,
-// and each menu's items.
+// that have none: each menu's items; the menu bar with the window's labels
+// and check boxes and the actions' Alt shortcuts.
 inline QStringList mnemonicProblems(QMainWindow *window)
 {
     QStringList problems, windowTexts;
@@ -79,18 +95,15 @@ inline QStringList mnemonicProblems(QMainWindow *window)
         }
     };
     for (QAction *menuAction : window->menuBar()->actions()) {
-        windowTexts << menuAction->menu()->title();
         QStringList items;
         for (QAction *action : menuAction->menu()->actions())
-            if (!action->isSeparator())
-                items << action->text();
-        scope(items, QString());
+            items << action->text();
+        scope(items.filter(QRegularExpression(".")), QString());
+        windowTexts << menuAction->menu()->title();
     }
-    for (QLabel *label : window->centralWidget()->findChildren<QLabel *>())
-        if (label->buddy())
-            windowTexts << label->text();
-    for (QCheckBox *box : window->centralWidget()->findChildren<QCheckBox *>())
-        windowTexts << box->text();
+    for (QWidget *w : window->centralWidget()->findChildren<QWidget *>())
+        if (qobject_cast<QCheckBox *>(w) || (qobject_cast<QLabel *>(w) && static_cast<QLabel *>(w)->buddy()))
+            windowTexts << w->property("text").toString();
     QString altKeys;
     for (QAction *action : window->findChildren<QAction *>())
         if (action->shortcut().toString().contains(QRegularExpression("^Alt\\+.$")))

@@ -26,12 +26,13 @@ inline void useSettingsIn(const QString &folder)
     QCoreApplication::setApplicationName(QStringLiteral("Orn Nimbra Crypt"));
 }
 
-// Answers every modal message box that opens while it lives with button,
-// and remembers the questions asked.
+// Answers every modal message box that opens while it lives with button
+// (which may be changed meanwhile), and remembers the questions asked.
 struct QuestionAnswerer : QTimer {
-    explicit QuestionAnswerer(QMessageBox::StandardButton button)
+    explicit QuestionAnswerer(QMessageBox::StandardButton answer)
+        : button(answer)
     {
-        connect(this, &QTimer::timeout, [this, button] {
+        connect(this, &QTimer::timeout, [this] {
             auto *box = qobject_cast<QMessageBox *>(QApplication::activeModalWidget());
             if (box && box->button(button)) {
                 questions << box->text();
@@ -41,5 +42,6 @@ struct QuestionAnswerer : QTimer {
         start(10);
     }
 
+    QMessageBox::StandardButton button;
     QStringList questions;
 };
