@@ -140,9 +140,10 @@ private slots:
             auto *widget = qobject_cast<QWidget *>(iface->object());
             if (widget && widget != root && !widget->isVisibleTo(root)) // a closed pop-up, a hidden button
                 return;
-            // A table tells no focusability of its own; its widget does.
+            // A table tells no focusability of its own; its widget does. A
+            // progress bar takes no focus, and is read out all the same.
             const bool focusable = widget ? widget->focusPolicy() & Qt::TabFocus : iface->state().focusable;
-            if (focusable && iface->text(QAccessible::Name).trimmed().isEmpty())
+            if ((focusable || iface->role() == QAccessible::ProgressBar) && iface->text(QAccessible::Name).trimmed().isEmpty())
                 nameless << root->objectName() + '/' + (widget ? widget->objectName() : iface->text(QAccessible::Value));
             for (int i = 0; i < iface->childCount(); ++i)
                 if (QAccessibleInterface *child = iface->child(i))

@@ -173,14 +173,15 @@ private slots:
         BusyDialog dialog;
         QSignalSpy spy(&dialog, &BusyDialog::cancelled);
         auto *button = child<QPushButton>("_cancelBtn", &dialog);
+        QString seen;
         QTimer::singleShot(0, &dialog, [&] {
             if (tag() == "finished")
                 dialog.execute("Cancelling...", false);
-            QCOMPARE(child<QLabel>("_label", &dialog)->text() + (button->isVisible() ? "+" : ""), shown);
+            seen = child<QLabel>("_label", &dialog)->text() + (button->isVisible() ? "+" : "");
             tag() == "escape" ? QTest::keyClick(&dialog, Qt::Key_Escape) : tag() == "finished" ? dialog.accept() : button->click();
         });
         dialog.execute("Loading files...", tag() != "escape");
-        QVERIFY(spy.count() == cancelled && !dialog.isVisible());
+        QVERIFY(seen == shown && spy.count() == cancelled && !dialog.isVisible());
     }
 
     void statusLine_data()
