@@ -98,9 +98,9 @@ NM_WIDE_TARGET void decryptGroups(const uint8_t *roundKeys, const uint8_t iv[16]
   }
 }
 
-}  // namespace
-
-int nm_wide_available(void) {
+// Asked once: in a virtual machine each CPUID traps to the host and costs
+// more than setting up the key or decrypting a small file.
+int detectWide() {
   unsigned a, b, c, d;
   if (!__get_cpuid(1, &a, &b, &c, &d) || !(c & bit_AES) || !(c & bit_OSXSAVE)) return 0;
   if (!__get_cpuid_count(7, 0, &a, &b, &c, &d)) return 0;
@@ -108,6 +108,13 @@ int nm_wide_available(void) {
   unsigned lo, hi;
   __asm__("xgetbv" : "=a"(lo), "=d"(hi) : "c"(0));
   return (lo & 0xE6) == 0xE6;  // the system saves the vector and mask registers
+}
+
+}  // namespace
+
+int nm_wide_available(void) {
+  static const int available = detectWide();
+  return available;
 }
 
 NM_WIDE_TARGET void nm_wide_expand(const uint8_t key[16],
