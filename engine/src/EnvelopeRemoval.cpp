@@ -37,8 +37,8 @@ bool plaintextWhole(const CryptTask &task)
     nm_file_identity_t now;
     return record.placed
            && nm_file_identify_path(native(task.outputPath()).constData(), 0, &now) == 0
-           && now.type == NM_FILE_TYPE_REGULAR && now.device == record.output.device
-           && now.inode == record.output.inode && now.size == record.layout.length;
+           && now.type == NM_FILE_TYPE_REGULAR && now.device == record.outputDevice
+           && now.inode == record.outputInode && now.size == record.layout.length;
 }
 
 // Why the envelope must stay, or empty when it may go.
@@ -67,7 +67,7 @@ uint32_t makeDurable(CryptTask &task)
         uint32_t rc = nm_file_open_read(native(task.outputPath()).constData(), &file);
         if (rc == 0)
             rc = nm_file_identify(&file, &opened);
-        if (rc == 0 && (opened.device != record.output.device || opened.inode != record.output.inode))
+        if (rc == 0 && (opened.device != record.outputDevice || opened.inode != record.outputInode))
             rc = ESTALE; // replaced since the check a moment ago
         if (rc == 0)
             rc = nm_file_sync_data(&file);

@@ -35,7 +35,8 @@ bool VextDecryptWorker::copyPlaintext(qint64 sourceSize)
         fail(ResultOutputFailed, QString()); // nothing written, nothing to remove
         return true;
     }
-    task->record().output = output.identity();
+    task->record().outputDevice = output.identity().device;
+    task->record().outputInode = output.identity().inode;
     for (;;) {
         uint64_t count = 0;
         const uint32_t read = nm_crypto_dec_read(m_decrypter, output.piece(), kPieceSize, &count);

@@ -19,13 +19,16 @@ struct DecryptRecord {
     // The decrypter opened the envelope: layout holds L, where the trailer
     // stood and the envelope's identity at that moment.
     bool opened = false;
-    nm_crypto_layout_t layout{};
-    // The plaintext was placed under the task's outputPath; output is the
-    // identity of the file created for it.
+    // The plaintext was placed under the task's outputPath; outputDevice and
+    // outputInode name the file created for it.
     bool placed = false;
-    nm_file_identity_t output{};
     // Its data, and the folder's names after the last rename, are synced.
     bool dataSynced = false;
     bool folderSynced = false;
     quint32 syncError = 0; // why a sync failed; 0 when none did
+    nm_crypto_layout_t layout{};
+    // Every finished task keeps its record: the flags share one word, and of
+    // the output's identity only what names the file is kept.
+    quint64 outputDevice = 0;
+    quint64 outputInode = 0;
 };
