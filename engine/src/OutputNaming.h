@@ -4,7 +4,8 @@
 // and a name that one task of a batch chose is taken for all the others.
 #pragma once
 
-#include <QHash>
+#include <vector>
+
 #include <QMutex>
 #include <QString>
 
@@ -24,8 +25,18 @@ public:
     void clear();
 
 private:
+    struct Reservation {
+        QString name;
+        const void *owner;
+    };
+    void rehash(size_t size);
+
     QMutex m_mutex;
-    QHash<QString, const void *> m_owners;
+    // A batch may hold a hundred thousand names: kept in one array, found
+    // through a table of positions (open addressing, at most half full),
+    // without a block of memory per name.
+    std::vector<Reservation> m_reservations;
+    std::vector<qint32> m_slots; // positions in m_reservations; -1: free
 };
 
 struct OutputName {

@@ -72,17 +72,21 @@ private slots:
     }
 
     // Names chosen for one batch count as taken for every other task of it,
-    // before any is placed.
+    // before any is placed, however many names the batch holds.
     void namesReservedInABatch()
     {
         QTemporaryDir tmp;
         writeFile(tmp.filePath("x"), "an envelope without the extension");
         DecryptManager manager;
+        QStringList names{"a.nimbra-env", "a.NIMBRA-ENV", "x.nimbra-env", "x", "a.Nimbra-Env"};
+        for (int i = 0; i < 100; ++i)
+            names.insert(1, QStringLiteral("f%1.nimbra-env").arg(i));
         QStringList outputs;
         std::vector<std::unique_ptr<CryptTask>> tasks; // alive, as a batch's tasks are
-        for (const char *name : {"a.nimbra-env", "a.NIMBRA-ENV", "x.nimbra-env", "x", "a.Nimbra-Env"}) {
+        for (const QString &name : names) {
             tasks.emplace_back(manager.createTask(tmp.filePath(name), QString()));
-            outputs << QFileInfo(tasks.back()->outputPath()).fileName();
+            if (!name.startsWith('f'))
+                outputs << QFileInfo(tasks.back()->outputPath()).fileName();
         }
         QCOMPARE(outputs, QStringList({"a", "a(decrypted)", "x(decrypted)", "x(decrypted 2)", "a(decrypted 2)"}));
     }
