@@ -1,51 +1,9 @@
 // The guarded list edits, the counts and the copies of the lists.
 #include <engine/DecryptManager.h>
 
-#include <vector>
-
 #include <localization/LocaleText.h>
 
-namespace {
-
-// The paths of a pending list, found by their text: an open-addressing table
-// of positions in the list. A node-based set would take several times the
-// memory for a load of many thousands, and its freed nodes would stay
-// resident through the batch that follows.
-class PendingIndex
-{
-public:
-    // Indexes pending, which holds no path twice, with room for capacity paths.
-    PendingIndex(const QStringList &pending, int capacity) : m_pending(pending)
-    {
-        size_t size = 16;
-        while (size < 2 * static_cast<size_t>(capacity))
-            size *= 2;
-        m_slots.assign(size, -1);
-        m_mask = size - 1;
-        for (int i = 0; i < pending.size(); ++i)
-            add(pending.at(i), i);
-    }
-
-    // False when path is indexed already; otherwise indexes it at position
-    // index, where the caller puts it before the next call.
-    bool add(const QString &path, int index)
-    {
-        size_t slot = qHash(path) & m_mask;
-        for (; m_slots[slot] >= 0; slot = (slot + 1) & m_mask) {
-            if (m_pending.at(m_slots[slot]) == path)
-                return false;
-        }
-        m_slots[slot] = index;
-        return true;
-    }
-
-private:
-    const QStringList &m_pending;
-    std::vector<int> m_slots;
-    size_t m_mask = 0;
-};
-
-} // namespace
+#include "PositionIndex.h"
 
 void DecryptManager::reportError(const QString &msg)
 {
@@ -95,9 +53,13 @@ int DecryptManager::addFiles(const QStringList &paths)
     int added = 0;
     editLists([&] {
         m_pending.reserve(m_pending.size() + paths.size());
-        PendingIndex known(m_pending, m_pending.size() + paths.size());
+        const auto pendingAt = [this](int i) -> const QString & { return m_pending.at(i); };
+        PositionIndex<decltype(pendingAt)> known(pendingAt);
+        known.reserve(m_pending.size() + paths.size());
+        for (int i = 0; i < m_pending.size(); ++i)
+            known.insert(m_pending.at(i), i);
         for (const QString &path : paths) {
-            if (known.add(path, m_pending.size())) {
+            if (known.insert(path, m_pending.size()) == m_pending.size()) {
                 m_pending.append(path);
                 ++added;
             }

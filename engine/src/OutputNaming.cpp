@@ -35,38 +35,19 @@ QString numberedMark(int number)
 bool NameReservations::claim(const QString &path, const void *owner)
 {
     QMutexLocker locker(&m_mutex);
-    if (2 * (m_reservations.size() + 1) > m_slots.size())
-        rehash(m_slots.empty() ? 16 : 2 * m_slots.size());
-    const size_t mask = m_slots.size() - 1;
-    size_t slot = qHash(path) & mask;
-    for (; m_slots[slot] >= 0; slot = (slot + 1) & mask) {
-        const Reservation &held = m_reservations[static_cast<size_t>(m_slots[slot])];
-        if (held.name == path)
-            return held.owner == owner;
-    }
-    m_slots[slot] = static_cast<qint32>(m_reservations.size());
+    const int next = static_cast<int>(m_reservations.size());
+    const int position = m_index.insert(path, next);
+    if (position != next)
+        return m_reservations[size_t(position)].owner == owner;
     m_reservations.push_back({path, owner});
     return true;
-}
-
-// Makes a table of size slots (a power of two) for the reservations held.
-void NameReservations::rehash(size_t size)
-{
-    m_slots.assign(size, -1);
-    const size_t mask = size - 1;
-    for (size_t i = 0; i < m_reservations.size(); ++i) {
-        size_t slot = qHash(m_reservations[i].name) & mask;
-        while (m_slots[slot] >= 0)
-            slot = (slot + 1) & mask;
-        m_slots[slot] = static_cast<qint32>(i);
-    }
 }
 
 void NameReservations::clear()
 {
     QMutexLocker locker(&m_mutex);
     std::vector<Reservation>().swap(m_reservations);
-    std::vector<qint32>().swap(m_slots);
+    m_index.clear();
 }
 
 QString nameAt(const QString &natural, int step)

@@ -9,6 +9,8 @@
 #include <QMutex>
 #include <QString>
 
+#include "PositionIndex.h"
+
 namespace output_naming {
 
 // The envelope extension, compared without regard to letter case.
@@ -29,14 +31,15 @@ private:
         QString name;
         const void *owner;
     };
-    void rehash(size_t size);
+    struct NameAt {
+        const std::vector<Reservation> *reservations;
+        const QString &operator()(int i) const { return (*reservations)[size_t(i)].name; }
+    };
 
     QMutex m_mutex;
-    // A batch may hold a hundred thousand names: kept in one array, found
-    // through a table of positions (open addressing, at most half full),
-    // without a block of memory per name.
+    // A batch may hold a hundred thousand names: one array, and an index.
     std::vector<Reservation> m_reservations;
-    std::vector<qint32> m_slots; // positions in m_reservations; -1: free
+    PositionIndex<NameAt> m_index{NameAt{&m_reservations}};
 };
 
 struct OutputName {
