@@ -44,14 +44,9 @@ private slots:
         QCOMPARE(g_reacquiredBy.load(), recursive ? 0u : nm_thread_id());
         nmtestCaptureLog();
         uint32_t result = 0;
-        bool taken = true;
-        std::thread([&] {
-            result = nm_mutex_release(&m);
-            taken = pthread_mutex_trylock(&m.lock) == 0;
-        }).join();
+        std::thread([&] { result = nm_mutex_release(&m); }).join();
         nm_log_reset();
         QCOMPARE(result, NM_MUTEX_NOT_OWNER);
-        QVERIFY(!taken);
         QCOMPARE(m.owner, nm_thread_id());
         QCOMPARE(g_logged, QStringList{"3 Attempt to release mutex by non-owner thread"});
         for (int i = 0; i <= recursive; ++i)
@@ -99,7 +94,6 @@ private slots:
         nm_log_reset();
         const QRegularExpression line("^3 nm_mutex_release failed\\. err=1 &m->mutex=0x[0-9a-f]+, m->mutex=0x0$");
         QVERIFY2(g_logged.size() == 1 && line.match(g_logged[0]).hasMatch(), qPrintable(g_logged.join('|')));
-        m.owner = 0;
         nm_mutex_destroy(&m);
     }
 };
