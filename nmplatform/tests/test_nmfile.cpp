@@ -50,15 +50,12 @@ private slots:
     // Refused opens leave the object closed and create nothing.
     void openRefusals()
     {
-        const struct { const char *name; uint32_t flags, result; } rows[] = {
-            {"new", 256, 22}, {"a\nb", 258, 22}, {"missing", 17, ENOENT}, {"..", 17, EISDIR}};
-        for (const auto &r : rows) {
-            nm_file_t f;
-            nm_file_init(&f);
-            QCOMPARE(nm_file_open(r.name, &f, r.flags), r.result);
-            QVERIFY(!nm_file_is_open(&f));
-            QVERIFY2(!QFile::exists(r.name) || !strcmp(r.name, ".."), r.name);
-        }
+        nm_file_t f;
+        QCOMPARE(nm_file_open("new", &f, NM_FILE_OPEN_ALWAYS), 22u); // no access asked for
+        QCOMPARE(nm_file_open("missing", &f, NM_FILE_FLAGS_READ), uint(ENOENT));
+        QCOMPARE(nm_file_open("..", &f, NM_FILE_FLAGS_READ), uint(EISDIR));
+        QVERIFY(!nm_file_is_open(&f));
+        QVERIFY(!QFile::exists("new") && !QFile::exists("missing"));
     }
 
     void readRetry_data()
