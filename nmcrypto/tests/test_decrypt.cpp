@@ -14,7 +14,6 @@
 #include "nmplatform/nmfile.h"
 
 #include <QtTest>
-#include <openssl/evp.h>
 
 #include <algorithm>
 #include <cerrno>
